@@ -1,0 +1,10 @@
+# The Node-API headers come from the npm package node-api-headers; a cross build may name another place.
+if(NOT NAPI_INCLUDE_DIR)
+  set(NAPI_INCLUDE_DIR ${PROJECT_SOURCE_DIR}/node_modules/node-api-headers/include)
+endif()
+if(NOT EXISTS ${NAPI_INCLUDE_DIR}/node_api.h)
+  message(FATAL_ERROR "Node-API headers not found in ${NAPI_INCLUDE_DIR}: run 'npm ci --ignore-scripts' first.")
+endif()
+add_library(vqdb_napi INTERFACE)
+target_include_directories(vqdb_napi SYSTEM INTERFACE ${NAPI_INCLUDE_DIR})
+target_compile_definitions(vqdb_napi INTERFACE NAPI_VERSION=8)

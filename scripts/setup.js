@@ -1,0 +1,43 @@
+'use strict';
+// Brings the checkout to where its programs run: system packages, npm packages, the built add-on.
+//   node scripts/setup.js           the add-on
+//   node scripts/setup.js --tests   and the C++ test programs
+// Does only what is missing, so that a second run takes about a second. Uses Node.js's own modules alone.
+const { createHash } = require('node:crypto');
+const { existsSync, readFileSync, writeFileSync } = require('node:fs');
+const path = require('node:path');
+const { ensurePackages } = require('./packages');
+const { run, step } = require('./run');
+
+const root = path.join(__dirname, '..');
+const buildDir = path.join(root, 'build', 'cmake', 'release');
+
+// npm packages: again only when the lock file or Node.js has changed.
+function installNpmPackages() {
+  const stampFile = path.join(root, 'node_modules', '.vqdb-stamp');
+  const lock = readFileSync(path.join(root, 'package-lock.json'));
+  const stamp = createHash('sha256').update(lock).update(process.version).digest('hex');
+  if (existsSync(stampFile) && readFileSync(stampFile, 'utf8') === stamp) return;
+  step('installing npm packages');
+  run('npm', ['ci', '--ignore-scripts', '--no-audit', '--no-fund'], { cwd: root });
+  writeFileSync(stampFile, stamp);
+}
+
+function configure(tests) {
+  const cache = path.join(buildDir, 'CMakeCache.txt');
+  const configured = existsSync(cache) && (!tests || /^VQDB_TESTS:BOOL=ON$/m.test(readFileSync(cache, 'utf8')));
+  if (configured) return;
+  step('configuring the build');
+  run('cmake', ['--preset', 'release', ...(tests ? ['-DVQDB_TESTS=ON'] : [])], { cwd: root });
+}
+
+function build(tests) {
+  step(tests ? 'building the add-on and the C++ tests' : 'building the add-on');
+  run('cmake', ['--build', buildDir, '--target', tests ? 'all' : 'VqDBAccess'], { cwd: root });
+}
+
+const tests = process.argv.includes('--tests');
+ensurePackages(...(tests ? ['build', 'tests'] : ['build']));
+installNpmPackages();
+configure(tests);
+build(tests);
