@@ -29,7 +29,8 @@ bool XFile::OpenA(const char* path, int flags, bool /*ignored*/) {
     return false;
   }
   const mode_t mode = (flags & O_CREAT) != 0 ? 0600 : 0;
-  fd_ = Uninterrupted([&] { return open64(path, flags, mode); });
+  // A child process of the host must not inherit it.
+  fd_ = Uninterrupted([&] { return open64(path, flags | O_CLOEXEC, mode); });
   return fd_ >= 0;
 }
 
