@@ -2,9 +2,12 @@
 // (file-system paths, JavaScript). It is a std::string with the editing operations and code-set conversions that the
 // rest of the system needs. All positions and counts are bytes.
 // Threads: no shared state; objects may be used from any thread, one thread at a time per object.
+// A null text or set that is passed in counts as nothing to do or nothing to convert.
 #pragma once
 
+#include <cstddef>
 #include <string>
+#include <utility>
 
 class XVariant;
 
@@ -34,15 +37,16 @@ class CString : public std::string {
   void Trim(const char* set);
 
   // Replaces each occurrence of oldText by newText, from left to right; inserted text is not searched again.
-  // Returns the number of replacements. REQUIRES: oldText is not empty (an empty one replaces nothing, returns 0).
+  // Returns the number of replacements. An empty oldText replaces nothing and returns 0. Both may point into this.
   int Replace(const char* oldText, const char* newText);
 
   // Erases every byte equal to c; returns how many there were.
   int Remove(char c);
 
   // Returns the next token at or behind pos and moves pos one past the delimiter that ended it. Runs of delimiters
-  // never give empty tokens. pos becomes -1 (and the result is empty) when no token is left; a negative pos stays as
-  // it is. With a null or empty delims nothing is ever found: pos stays while it lies inside the text, else is -1.
+  // never give empty tokens; a zero byte inside the text ends a token and is not skipped. pos becomes -1 (and the
+  // result is empty) when no token is left; a negative pos stays as it is. With a null or empty delims nothing is ever
+  // found: pos stays while it lies inside the text, else is -1.
   CString Tokenize(const char* delims, int& pos) const;
 
   // Replaces the content by the GB2312 form of len UCS-2LE units. What precedes an unconvertible unit is kept and
@@ -52,7 +56,7 @@ class CString : public std::string {
   // Replaces the content by the GB2312 form of len UTF-8 bytes; failures as FromUtf16.
   void FromUtf8(const char* src, unsigned int len);
 
-  // Sets out to the UTF-8 form of the whole string; failures as FromUtf16. out must be another object.
+  // Sets out to the UTF-8 form of the whole string; failures as FromUtf16. out may be this object.
   void ToUtf8(CString& out) const;
 
   // The UCS-2LE form of the text up to its first zero byte; see the free ToUtf16.

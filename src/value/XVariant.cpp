@@ -68,12 +68,12 @@ XVariant& XVariant::operator=(const XVariant& other) {
 }
 
 XVariant& XVariant::operator=(XVariant&& other) noexcept {
-  if (this == &other || other.vt != VT_BSTR) {
+  if (other.vt != VT_BSTR) {
     *this = static_cast<const XVariant&>(other);
     other.Clear();
     return *this;
   }
-  Clear();
+  Clear();  // moved to itself: takes over nothing below and ends empty, as when copied to itself
   vt = VT_BSTR;
   str = other.str;
   other.vt = VT_EMPTY;
