@@ -168,8 +168,11 @@ class CDBCore : public CClientSock, public IDriverCore {
   int OnAlarmRecord(const uint8_t* record, size_t available);
   int OnTagEvent(uint8_t command, const uint8_t* record, size_t available);
 
+  bool ReadTagId(uint16_t& id);
   bool RequestAlarms(bool keep, std::vector<S2RtAlarm2>& alarms);
+  bool ReadAlarms(bool keep, std::vector<S2RtAlarm2>& alarms);
   void LoadAlarmLists();
+  void LoadAlarmList(const char* file, std::vector<CString>& list);
   void ReplayAlarms(napi_value callback, const std::vector<S2RtAlarm2>& alarms);
   void InstallAlarmFunc(napi_value callback);
 

@@ -101,7 +101,17 @@ void CDBCore::InstallAlarmFunc(napi_value callback) {
 // Asks for the active alarms, keeping them only when they are wanted, and loads the two lists.
 bool CDBCore::RequestAlarms(bool keep, std::vector<S2RtAlarm2>& alarms) {
   const SessionUse use(*this);
+  requestSock.BackInStep();
   if (!use || ReqSend("n", 1) < 1) return false;
+  if (!ReadAlarms(keep, alarms)) {
+    requestSock.MarkOutOfStep();
+    return false;
+  }
+  LoadAlarmLists();
+  return true;
+}
+
+bool CDBCore::ReadAlarms(bool keep, std::vector<S2RtAlarm2>& alarms) {
   uint8_t head[kReplyHead];
   if (requestSock.RecvAll(head, kReplyHead, 0) == 0 || head[0] != 'n') return false;
   for (uint16_t left = wire::LoadU16(head + 1); left > 0; --left) {
@@ -109,20 +119,21 @@ bool CDBCore::RequestAlarms(bool keep, std::vector<S2RtAlarm2>& alarms) {
     if (requestSock.RecvAll(record, sizeof record, 0) == 0) return false;
     if (keep) alarms.push_back(S2RtAlarm2::FromBytes(record));
   }
-  LoadAlarmLists();
   return true;
 }
 
-// Once in the core's life: a list that has entries is kept, also across sessions. What cannot be had stays empty.
 void CDBCore::LoadAlarmLists() {
-  if (textList.empty()) {
-    GetFile(kTextListFile, requestSock, '4', projectPath, 0, 0, nullptr, nullptr);
-    InitStringList(CString(projectPath + kTextListFile).c_str(), textList);
-  }
-  if (tagList.empty()) {
-    GetFile(kTagListFile, requestSock, '4', projectPath, 0, 0, nullptr, nullptr);
-    InitStringList(CString(projectPath + kTagListFile).c_str(), tagList);
-  }
+  LoadAlarmList(kTextListFile, textList);
+  LoadAlarmList(kTagListFile, tagList);
+}
+
+// Once in the core's life: a list that has entries is kept, also across sessions. What cannot be had stays empty.
+void CDBCore::LoadAlarmList(const char* file, std::vector<CString>& list) {
+  if (!list.empty()) return;
+  requestSock.BackInStep();
+  GetFile(file, requestSock, '4', projectPath, 0, 0, nullptr, nullptr);
+  requestSock.MarkOutOfStep();  // a file that cannot be stored leaves its body on the connection
+  InitStringList(CString(projectPath + file).c_str(), list);
 }
 
 void CDBCore::OnNotifyRtAlarm(napi_env environment, napi_value callback, void* context, void* data) {

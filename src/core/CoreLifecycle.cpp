@@ -205,15 +205,16 @@ CDBDriver* CDBCore::_GetDriver(const char* name) {
 
 int CDBCore::GetPrjFile(const CString& name, const std::map<CString, SNFileInfo>& files) {
   if (localServer) return 1;
+  requestSock.BackInStep();
   CString key = name;
   _strlwr(key.data());
   const auto listed = files.find(key);
-  if (listed != files.end()) {
-    return GetFile(name, requestSock, '4', projectPath, listed->second.fileTime, listed->second.fileSize, nullptr,
-                   nullptr);
-  }
-  if (IsAlwaysWanted(name)) {
-    return GetFile(name, requestSock, '4', projectPath, kUnknownFile, kUnknownFile, nullptr, nullptr);
+  if (listed != files.end() || IsAlwaysWanted(name)) {
+    const SNFileInfo wanted = listed != files.end() ? listed->second : SNFileInfo{kUnknownFile, kUnknownFile};
+    const int result =
+        GetFile(name, requestSock, '4', projectPath, wanted.fileTime, wanted.fileSize, nullptr, nullptr);
+    requestSock.MarkOutOfStep();  // a file that cannot be stored leaves its body on the connection
+    return result;
   }
   CString local;
   CString(projectPath + name).ToUtf8(local);

@@ -24,8 +24,11 @@ constexpr int kTagIdReply = 3;
 int CDBCore::RequestAll(const void* request, uint32_t requestLen, uint32_t replyLen, void* reply) {
   const SessionUse use(*this);
   if (!use) return 0;
+  requestSock.BackInStep();
   if (requestSock.SendAll(request, static_cast<int>(requestLen), 0) == 0) return 0;
-  return requestSock.RecvAll(reply, static_cast<int>(replyLen), 0);
+  if (requestSock.RecvAll(reply, static_cast<int>(replyLen), 0) == 1) return 1;
+  requestSock.MarkOutOfStep();
+  return 0;
 }
 
 bool CDBCore::GetTagId(uint16_t driverIndex, const char* name, uint16_t& id) {
@@ -36,8 +39,14 @@ bool CDBCore::GetTagId(uint16_t driverIndex, const char* name, uint16_t& id) {
   if (kTagIdHead + nameSize > sizeof request) return false;
   wire::StoreU16(request + 1, driverIndex);
   std::memcpy(request + kTagIdHead, name, nameSize);
+  requestSock.BackInStep();
   if (requestSock._Send(request, static_cast<int>(kTagIdHead + nameSize), 0) < 1) return false;
+  if (ReadTagId(id)) return true;
+  requestSock.MarkOutOfStep();
+  return false;
+}
 
+bool CDBCore::ReadTagId(uint16_t& id) {
   uint8_t reply[kReplyRoom] = {};
   int received = requestSock._Recv(reply, kReplyRoom, 0);
   if (received < 1 || reply[0] != 'L') return false;
@@ -55,8 +64,11 @@ bool CDBCore::UnadviseTag(int32_t id) {
   if (!use) return false;
   uint8_t request[5] = {'d'};
   wire::StoreU32(request + 1, static_cast<uint32_t>(id));
+  requestSock.BackInStep();
   if (requestSock._Send(request, sizeof request, 0) == 0) return false;
   uint8_t reply[kReplyRoom] = {};
   requestSock._Recv(reply, kReplyRoom, 0);
-  return reply[0] == 'd';
+  if (reply[0] == 'd') return true;
+  requestSock.MarkOutOfStep();
+  return false;
 }

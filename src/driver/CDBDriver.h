@@ -169,6 +169,8 @@ class CDBDriver {
   STag* TagOrNull(uint16_t id);
   STag* StoreName(uint16_t id, const CString& name);
 
+  template <class ReadReply>
+  bool Exchange(const std::vector<uint8_t>& request, ReadReply readReply);
   bool ReadConnectReply(const std::vector<STag*>& asked);
   bool ReadReadReply(const std::vector<STag*>& asked);
   napi_value ValuesToArray(napi_env environment, const std::vector<STag*>& entries);

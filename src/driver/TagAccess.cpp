@@ -49,6 +49,17 @@ bool ReceiveChunk(CReqTimeSock& sock, char command, int head, std::vector<uint8_
 
 }  // namespace
 
+// Sends a request and has its answer read. An answer that could not be read whole leaves the connection out of step.
+template <class ReadReply>
+bool CDBDriver::Exchange(const std::vector<uint8_t>& request, ReadReply readReply) {
+  CReqTimeSock& sock = core->RequestSock();
+  sock.BackInStep();
+  if (sock.SendAll(request.data(), static_cast<int>(request.size()), 0) == 0) return false;
+  if (readReply()) return true;
+  sock.MarkOutOfStep();
+  return false;
+}
+
 bool CDBDriver::_ConnectTag(const char* list) {
   const SessionUse use(*core);
   if (!use) return false;
@@ -69,8 +80,7 @@ bool CDBDriver::_ConnectTag(const char* list) {
   }
   if (asked.empty()) return true;
   wire::StoreU16(request.data() + 1, static_cast<uint16_t>(asked.size()));
-  if (core->RequestSock().SendAll(request.data(), static_cast<int>(request.size()), 0) == 0) return false;
-  return ReadConnectReply(asked);
+  return Exchange(request, [&] { return ReadConnectReply(asked); });
 }
 
 bool CDBDriver::ReadConnectReply(const std::vector<STag*>& asked) {
@@ -110,8 +120,7 @@ bool CDBDriver::_GetTagValue(const char* list, std::vector<STag*>& out) {
   }
   if (asked.empty()) return true;
   wire::StoreU16(request.data() + 1, static_cast<uint16_t>(asked.size()));
-  if (core->RequestSock().SendAll(request.data(), static_cast<int>(request.size()), 0) == 0) return false;
-  return ReadReadReply(asked);
+  return Exchange(request, [&] { return ReadReadReply(asked); });
 }
 
 bool CDBDriver::ReadReadReply(const std::vector<STag*>& asked) {

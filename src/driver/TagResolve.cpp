@@ -41,7 +41,10 @@ bool CDBDriver::ReqBatchGetPoss(const std::vector<CString>& names, const void* r
   if (!use) return false;
   std::vector<uint8_t> reply(1 + kReplyEntry * names.size());
   if (core->RequestAll(request, requestLen, static_cast<uint32_t>(reply.size()), reply.data()) == 0) return false;
-  if (reply[0] != 'L') return false;
+  if (reply[0] != 'L') {
+    core->RequestSock().MarkOutOfStep();
+    return false;
+  }
   const uint8_t* entry = reply.data() + 1;
   for (const CString& name : names) {
     const uint16_t id = wire::LoadU16(entry);
