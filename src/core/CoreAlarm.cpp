@@ -101,8 +101,9 @@ void CDBCore::InstallAlarmFunc(napi_value callback) {
 // Asks for the active alarms, keeping them only when they are wanted, and loads the two lists.
 bool CDBCore::RequestAlarms(bool keep, std::vector<S2RtAlarm2>& alarms) {
   const SessionUse use(*this);
+  if (!use) return false;
   requestSock.BackInStep();
-  if (!use || ReqSend("n", 1) < 1) return false;
+  if (ReqSend("n", 1) < 1) return false;
   if (!ReadAlarms(keep, alarms)) {
     requestSock.MarkOutOfStep();
     return false;

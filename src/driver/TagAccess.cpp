@@ -36,15 +36,26 @@ constexpr unsigned int kWriteEntryHead = 4;
 constexpr unsigned int kTypeWord = 2;
 constexpr size_t kMaxWriteText = 128;  // with the NUL
 
-// Receives one chunk of values whose head is `head` bytes long: the command first, the length of the values last.
-// False when it is cut short or begins with another letter. `more` is the byte behind the letter.
-bool ReceiveChunk(CReqTimeSock& sock, char command, int head, std::vector<uint8_t>& values, uint8_t& more) {
-  uint8_t bytes[4];
-  if (sock.RecvAll(bytes, 1, 0) == 0 || bytes[0] != static_cast<uint8_t>(command)) return false;
-  if (sock.RecvAll(bytes + 1, head - 1, 0) == 0) return false;
-  more = bytes[1];
-  values.resize(wire::LoadU16(bytes + head - 2));
-  return sock.RecvAll(values.data(), static_cast<int>(values.size()), 0) == 1;
+// Receives the values behind a chunk's head. False when they are cut short.
+bool ReceiveValues(CReqTimeSock& sock, uint16_t length, std::vector<uint8_t>& values) {
+  values.resize(length);
+  return sock.RecvAll(values.data(), length, 0) == 1;
+}
+
+// Receives one chunk of a connect reply: the letter first, the rest only behind the right one.
+bool ReceiveConnectChunk(CReqTimeSock& sock, std::vector<uint8_t>& values) {
+  uint8_t letter;
+  uint8_t length[2];
+  if (sock.RecvAll(&letter, 1, 0) == 0 || letter != 'b') return false;
+  return sock.RecvAll(length, sizeof length, 0) == 1 && ReceiveValues(sock, wire::LoadU16(length), values);
+}
+
+// Receives one chunk of a read reply, its head in one piece.
+bool ReceiveReadChunk(CReqTimeSock& sock, std::vector<uint8_t>& values, uint8_t& more) {
+  uint8_t head[4];
+  if (sock.RecvAll(head, sizeof head, 0) == 0 || head[0] != 'H') return false;
+  more = head[1];
+  return ReceiveValues(sock, wire::LoadU16(head + 2), values);
 }
 
 }  // namespace
@@ -89,8 +100,7 @@ bool CDBDriver::ReadConnectReply(const std::vector<STag*>& asked) {
   int emptyChunks = 0;
   for (STag* tag : asked) {
     while (offset >= chunk.size()) {
-      uint8_t unused;
-      if (!ReceiveChunk(core->RequestSock(), 'b', 3, chunk, unused)) return false;
+      if (!ReceiveConnectChunk(core->RequestSock(), chunk)) return false;
       offset = 0;
       if (chunk.empty() && ++emptyChunks > kMaxEmptyChunks) return false;
     }
@@ -129,7 +139,7 @@ bool CDBDriver::ReadReadReply(const std::vector<STag*>& asked) {
   int emptyChunks = 0;
   uint8_t more = 1;
   while (more == 1 && next < asked.size()) {
-    if (!ReceiveChunk(core->RequestSock(), 'H', 4, chunk, more)) return false;
+    if (!ReceiveReadChunk(core->RequestSock(), chunk, more)) return false;
     if (chunk.empty() && ++emptyChunks > kMaxEmptyChunks) return false;
     for (size_t offset = 0; offset < chunk.size() && next < asked.size(); ++next) {
       const size_t consumed = asked[next]->Decode(chunk.data() + offset, chunk.size() - offset);
@@ -247,5 +257,6 @@ int CDBDriver::SendWrites(const std::vector<STag*>& entries, napi_env environmen
     if (count < 0) return kWriteBadValue;
   }
   wire::StoreU16(buffer + 1, static_cast<uint16_t>(count));
-  return core->RequestSock()._Send(buffer, static_cast<int>(length), 0) > 0 ? kWriteSent : kWriteNotSent;
+  const int size = static_cast<int>(length);
+  return core->RequestSock()._Send(buffer, size, 0) == size ? kWriteSent : kWriteNotSent;
 }
