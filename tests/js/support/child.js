@@ -1,0 +1,34 @@
+'use strict';
+// Programs of their own: for what blocks, prints, exits or dies.
+
+const path = require('node:path');
+const { spawn } = require('node:child_process');
+
+const BOUND = 10000; // ms
+const ADDON = path.join(__dirname, 'addon.js');
+
+/**
+ * Runs `program` (text) in a Node.js of its own with `DBCore` and `args` at hand. Resolves to { code, signal, stdout,
+ * stderr } when it has ended; after the bound it is killed, which shows as signal 'SIGKILL'. `onOutput` is called with
+ * all that it has printed so far.
+ */
+function runProgram(program, args = [], { bound = BOUND, onOutput = () => {} } = {}) {
+  const source = `const { DBCore } = require(${JSON.stringify(ADDON)});\nconst args = process.argv.slice(1);\n${program}`;
+  const child = spawn(process.execPath, ['-e', source, ...args], { stdio: ['ignore', 'pipe', 'pipe'] });
+  const result = { stdout: '', stderr: '' };
+  for (const stream of ['stdout', 'stderr']) {
+    child[stream].setEncoding('utf8').on('data', (text) => {
+      result[stream] += text;
+      if (stream === 'stdout') onOutput(result.stdout);
+    });
+  }
+  const timer = setTimeout(() => child.kill('SIGKILL'), bound);
+  return new Promise((resolve) => {
+    child.on('close', (code, signal) => {
+      clearTimeout(timer);
+      resolve({ ...result, code, signal });
+    });
+  });
+}
+
+module.exports = { runProgram };

@@ -1,0 +1,90 @@
+#include "net/FakeSystem.h"
+
+#include <arpa/inet.h>
+#include <errno.h>
+#include <netdb.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/socket.h>
+
+namespace {
+
+thread_local FakeSystem* current = nullptr;
+
+}  // namespace
+
+FakeSystem::FakeSystem() { current = this; }
+FakeSystem::~FakeSystem() { current = nullptr; }
+
+extern "C" {
+
+int __real_gethostname(char* name, size_t len);
+int __real_connect(int fd, const sockaddr* addr, socklen_t len);
+ssize_t __real_recv(int fd, void* buf, size_t len, int flags);
+ssize_t __real_send(int fd, const void* buf, size_t len, int flags);
+
+int __wrap_gethostbyname_r(const char* name, hostent* entry, char* room, size_t roomLen, hostent** found,
+                           int* lookupError) {
+  *found = nullptr;
+  *lookupError = HOST_NOT_FOUND;
+  if (current == nullptr) return 0;
+  current->lookups.push_back(name);
+  const auto known = current->hosts.find(name);
+  if (known == current->hosts.end()) return 0;
+  const size_t count = known->second.size();
+  const size_t needed = (count + 1) * sizeof(char*) + count * sizeof(in_addr) + alignof(char*);
+  if (roomLen < needed || roomLen < current->lookupRoom) return ERANGE;
+  const size_t skew = (alignof(char*) - reinterpret_cast<uintptr_t>(room) % alignof(char*)) % alignof(char*);
+  char** const list = reinterpret_cast<char**>(room + skew);
+  char* at = room + skew + (count + 1) * sizeof(char*);
+  for (size_t i = 0; i < count; ++i, at += sizeof(in_addr)) {
+    inet_pton(AF_INET, known->second[i].c_str(), at);
+    list[i] = at;
+  }
+  list[count] = nullptr;
+  *entry = hostent{};
+  entry->h_addrtype = AF_INET;
+  entry->h_length = sizeof(in_addr);
+  entry->h_addr_list = list;
+  *found = entry;
+  *lookupError = 0;
+  return 0;
+}
+
+int __wrap_gethostname(char* name, size_t len) {
+  if (current == nullptr || current->hostName.empty()) return __real_gethostname(name, len);
+  strncpy(name, current->hostName.c_str(), len);
+  if (current->hostName.size() < len) return 0;
+  errno = ENAMETOOLONG;
+  return -1;
+}
+
+int __wrap_connect(int fd, const sockaddr* addr, socklen_t len) {
+  const std::function<int()> real = [=] { return __real_connect(fd, addr, len); };
+  if (current == nullptr || !current->onConnect) return real();
+  sockaddr_in peer{};
+  memcpy(&peer, addr, sizeof peer);
+  return current->onConnect(fd, peer, real);
+}
+
+ssize_t __wrap_recv(int fd, void* buf, size_t len, int flags) {
+  const FakeSystem::RealTransfer real = [=](size_t some) { return __real_recv(fd, buf, some, flags); };
+  if (current == nullptr || !current->onRecv) return real(len);
+  return current->onRecv(fd, len, flags, real);
+}
+
+ssize_t __wrap_send(int fd, const void* buf, size_t len, int flags) {
+  const FakeSystem::RealTransfer real = [=](size_t some) { return __real_send(fd, buf, some, flags); };
+  if (current == nullptr || !current->onSend) return real(len);
+  return current->onSend(fd, len, flags, real);
+}
+
+}  // extern "C"
+
+int ConnectReally(int fd, const std::string& host, uint16_t port) {
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_port = htons(port);
+  inet_pton(AF_INET, host.c_str(), &addr.sin_addr);
+  return __real_connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr);
+}
