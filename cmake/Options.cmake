@@ -2,6 +2,10 @@
 add_library(vqdb_options INTERFACE)
 target_include_directories(vqdb_options INTERFACE ${PROJECT_SOURCE_DIR}/src)
 target_compile_options(vqdb_options INTERFACE -Wall -Wextra -Wconversion -Wshadow)
+# Only what is used goes into the add-on: with -O2 that keeps it small for the boards.
+target_compile_options(vqdb_options INTERFACE -ffunction-sections -fdata-sections)
+target_link_options(vqdb_options INTERFACE -Wl,--gc-sections)
+string(REPLACE "-O3" "-O2" CMAKE_CXX_FLAGS_RELEASE "${CMAKE_CXX_FLAGS_RELEASE}")
 # Files beyond 2 GiB and dates up to 2106 also where off_t and time_t would be 32 bits wide.
 target_compile_definitions(vqdb_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 if(VQDB_WERROR)

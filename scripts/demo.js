@@ -89,19 +89,25 @@ async function main() {
   const db = connect(simulator.address);
   const table = new LiveTable(process.stdout);
   printTags(db, table);
-  console.log(`Following changes and alarms for ${followMs / 1000} seconds (SetTagNotify, ConnectTag, SetRtAlarmNotify):`);
+  console.log(
+    `Following changes and alarms for ${followMs / 1000} seconds (SetTagNotify, ConnectTag, SetRtAlarmNotify):`,
+  );
   table.start();
   follow(db, table);
   await pause(writeAfterMs);
   const back = await Promise.race([writeAndAwait(db, table), pause(5000)]);
   if (back === undefined) fail('The written value did not come back.');
-  table.note(`${setPoint.driver} ${setPoint.tag} = ${setPoint.value} came back as a change after ${back.toFixed(1)} ms.`);
+  table.note(
+    `${setPoint.driver} ${setPoint.tag} = ${setPoint.value} came back as a change after ${back.toFixed(1)} ms.`,
+  );
   await pause(followMs - writeAfterMs);
   table.stop();
   db.KeepALive(); // a session lasts as long as its instance, and an instance as long as something uses it
   await simulator.close();
-  console.log(`\n${table.changes} changes and ${table.alarms} alarm messages received, the written set-point seen. ` +
-    'Next: the dozen lines in README.md.');
+  console.log(
+    `\n${table.changes} changes and ${table.alarms} alarm messages received, the written set-point seen. ` +
+      'Next: the dozen lines in README.md.',
+  );
   process.exit(0);
 }
 

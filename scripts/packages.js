@@ -11,6 +11,16 @@ const needs = {
     { name: 'ninja-build', program: 'ninja' },
   ],
   tests: [{ name: 'libgtest-dev', file: '/usr/src/googletest/CMakeLists.txt' }],
+  lint: [
+    { name: 'clang-14', program: 'clang++-14' },
+    { name: 'clang-format-14', program: 'clang-format-14' },
+    { name: 'clang-tidy-14', program: 'clang-tidy-14' },
+    { name: 'cppcheck', program: 'cppcheck' },
+  ],
+  fuzz: [
+    { name: 'clang-14', program: 'clang++-14' },
+    { name: 'libclang-rt-14-dev', file: '/usr/lib/llvm-14/lib/clang/14.0.6/include/fuzzer' },
+  ],
 };
 
 function isThere(need) {
@@ -29,7 +39,10 @@ function ensurePackages(...purposes) {
   }
   step(`installing system packages: ${names.join(' ')}`);
   const [program, prefix] = root ? ['apt-get', []] : ['sudo', ['-n', 'apt-get']];
-  const options = { env: { ...process.env, DEBIAN_FRONTEND: 'noninteractive' }, stdio: ['ignore', 'inherit', 'inherit'] };
+  const options = {
+    env: { ...process.env, DEBIAN_FRONTEND: 'noninteractive' },
+    stdio: ['ignore', 'inherit', 'inherit'],
+  };
   run(program, [...prefix, '-qq', 'update'], options);
   run(program, [...prefix, '-qq', 'install', '-y', '--no-install-recommends', ...names], options);
 }

@@ -3,25 +3,14 @@
 //   node scripts/setup.js           the add-on
 //   node scripts/setup.js --tests   and the C++ test programs
 // Does only what is missing, so that a second run takes about a second. Uses Node.js's own modules alone.
-const { createHash } = require('node:crypto');
-const { existsSync, readFileSync, writeFileSync } = require('node:fs');
+const { existsSync, readFileSync } = require('node:fs');
 const path = require('node:path');
+const { installNpmPackages } = require('./npm-packages');
 const { ensurePackages } = require('./packages');
 const { run, step } = require('./run');
 
 const root = path.join(__dirname, '..');
 const buildDir = path.join(root, 'build', 'cmake', 'release');
-
-// npm packages: again only when the lock file or Node.js has changed.
-function installNpmPackages() {
-  const stampFile = path.join(root, 'node_modules', '.vqdb-stamp');
-  const lock = readFileSync(path.join(root, 'package-lock.json'));
-  const stamp = createHash('sha256').update(lock).update(process.version).digest('hex');
-  if (existsSync(stampFile) && readFileSync(stampFile, 'utf8') === stamp) return;
-  step('installing npm packages');
-  run('npm', ['ci', '--ignore-scripts', '--no-audit', '--no-fund'], { cwd: root });
-  writeFileSync(stampFile, stamp);
-}
 
 function configure(tests) {
   const cache = path.join(buildDir, 'CMakeCache.txt');

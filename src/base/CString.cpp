@@ -61,7 +61,7 @@ int CString::Replace(const char* oldText, const char* newText) {
     ++count;
   }
   if (count == 0) return 0;
-  result.append(*this, copied, npos);
+  result.append(*this, copied, size() - copied);
   swap(result);
   return count;
 }

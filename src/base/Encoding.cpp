@@ -23,12 +23,14 @@ class Converter {
   Converter(const Converter&) = delete;
   Converter& operator=(const Converter&) = delete;
 
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): iconv_open's own mark of failure
   bool IsOpen() const { return cd_ != reinterpret_cast<iconv_t>(-1); }
 
   // Converts in one call. Sets written to the bytes written, also when the input has an unconvertible or incomplete
   // sequence: then false, with errno set by iconv.
   bool Convert(const char* src, size_t srcBytes, char* dst, size_t dstBytes, size_t& written) {
-    char* in = const_cast<char*>(src);  // iconv's interface; the input is not changed
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): iconv's interface; the input is not changed
+    char* in = const_cast<char*>(src);
     char* out = dst;
     size_t outLeft = dstBytes;
     const size_t result = iconv(cd_, &in, &srcBytes, &out, &outLeft);

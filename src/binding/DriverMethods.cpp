@@ -13,7 +13,7 @@ struct DriverHandle {
   std::weak_ptr<DbCore> core;
   std::shared_ptr<SessionGate> gate;  // of the session that made the driver
   CDBDriver* driver;                  // valid inside that gate
-  int methods;                        // how many functions share this handle
+  int shares;                         // how many functions share this handle
 };
 
 // Holds core and driver for the length of one method call.
@@ -64,10 +64,23 @@ napi_value Int32(napi_env env, int32_t number) {
   return NapiCheck(env, napi_create_int32(env, number, &result)) ? result : nullptr;
 }
 
-void OnMethodCollected(napi_env, void* data, void*) {
-  auto* handle = static_cast<DriverHandle*>(data);
-  if (--handle->methods == 0) delete handle;
+void LetGo(DriverHandle* handle) {
+  if (--handle->shares == 0) delete handle;
 }
+
+void OnMethodCollected(napi_env, void* data, void*) { LetGo(static_cast<DriverHandle*>(data)); }
+
+// A share of a handle for the length of a scope.
+class HandleShare {
+ public:
+  explicit HandleShare(DriverHandle* handle) : handle_(handle) { ++handle_->shares; }
+  ~HandleShare() { LetGo(handle_); }
+  HandleShare(const HandleShare&) = delete;
+  HandleShare& operator=(const HandleShare&) = delete;
+
+ private:
+  DriverHandle* handle_;
+};
 
 }  // namespace
 
@@ -126,15 +139,17 @@ napi_value NewDriverObject(napi_env env, const std::shared_ptr<DbCore>& core, CD
   if (!NapiCheck(env, napi_create_object(env, &object))) return nullptr;
   if (!NapiCheck(env, napi_define_properties(env, object, kMethods, methods))) return nullptr;
 
-  // From here on the functions own the handle. Should one fail to take its share, the handle stays to the end.
+  // From here on the functions own the handle, each from the moment that it has its finaliser. A function without one
+  // is never called: the object does not reach JavaScript then.
   DriverHandle* shared = handle.release();
-  shared->methods = kMethods;
+  const HandleShare untilDone(shared);
   for (const napi_property_descriptor& property : methods) {
     napi_value function = nullptr;
     if (!NapiCheck(env, napi_get_named_property(env, object, property.utf8name, &function)) ||
         !NapiCheck(env, napi_add_finalizer(env, function, shared, OnMethodCollected, nullptr, nullptr))) {
       return nullptr;
     }
+    ++shared->shares;
   }
   return object;
 }

@@ -17,6 +17,7 @@
 // __time64, __clock_gettime64, ...), which came with 2.34 and have no older form.
 #include <features.h>
 
+// NOLINTBEGIN: this file is made of what is reserved for the C library
 #if defined(__GLIBC__) && (defined(__x86_64__) || defined(__aarch64__))
 #if __GLIBC_PREREQ(2, 34)
 
@@ -77,3 +78,4 @@ char __libc_single_threaded = 0;
 
 #endif
 #endif
+// NOLINTEND

@@ -16,7 +16,11 @@ struct EnvironmentData {
   napi_ref constructor = nullptr;  // to the class, so that a plain call can make an instance
 };
 
-void FreeEnvironmentData(napi_env, void* data, void*) { delete static_cast<EnvironmentData*>(data); }
+// Runs at the end of the environment, which does not free references by itself.
+void FreeEnvironmentData(napi_env env, void* data, void*) {
+  const std::unique_ptr<EnvironmentData> ending(static_cast<EnvironmentData*>(data));
+  napi_delete_reference(env, ending->constructor);
+}
 
 napi_value Int32(napi_env env, int32_t number) {
   napi_value result = nullptr;
@@ -40,7 +44,7 @@ napi_value NewInstance(napi_env env) {
   if (!NapiCheck(env, napi_get_instance_data(env, &data)) || data == nullptr) return nullptr;
   napi_value constructor = nullptr;
   napi_value instance = nullptr;
-  const napi_ref reference = static_cast<EnvironmentData*>(data)->constructor;
+  napi_ref reference = static_cast<EnvironmentData*>(data)->constructor;
   if (!NapiCheck(env, napi_get_reference_value(env, reference, &constructor))) return nullptr;
   return NapiCheck(env, napi_new_instance(env, constructor, 0, nullptr, &instance)) ? instance : nullptr;
 }
@@ -67,11 +71,10 @@ napi_status DbCore::Init(napi_env environment, napi_value exports) {
                                          methods, &type);
   if (status != napi_ok) return status;
   auto data = std::make_unique<EnvironmentData>();
-  status = napi_create_reference(environment, type, 1, &data->constructor);
-  if (status != napi_ok) return status;
   status = napi_set_instance_data(environment, data.get(), FreeEnvironmentData, nullptr);
   if (status != napi_ok) return status;
-  data.release();
+  status = napi_create_reference(environment, type, 1, &data.release()->constructor);
+  if (status != napi_ok) return status;
   return napi_set_named_property(environment, exports, "DBCore", type);
 }
 
@@ -146,8 +149,14 @@ napi_value DbCore::SetRtAlarmNotify(napi_env environment, napi_callback_info inf
   return Int32(environment, result);
 }
 
-// Registration at load time: Node.js remembers the record for each further environment that loads the library.
+// Registration at load time, by record. Node.js keeps the record for as long as some environment has the library open.
+// The library stays in memory after that (see CMakeLists.txt), so an environment that opens it again finds no record:
+// Node.js then asks for the well-known function.
 extern "C" {
+__attribute__((visibility("default"))) napi_value napi_register_module_v1(napi_env env, napi_value exports);
+napi_value napi_register_module_v1(napi_env env, napi_value exports) { return Init(env, exports); }
+
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): Node.js links the records by writing to them
 static napi_module vqdbModule = {1, 0, "../../binding", Init, "VqDBAccess", nullptr, {nullptr}};
 
 __attribute__((constructor)) static void _register_VqDBAccess() { napi_module_register(&vqdbModule); }

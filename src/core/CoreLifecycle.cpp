@@ -205,15 +205,18 @@ CDBDriver* CDBCore::_GetDriver(const char* name) {
 
 int CDBCore::GetPrjFile(const CString& name, const std::map<CString, SNFileInfo>& files) {
   if (localServer) return 1;
-  requestSock.BackInStep();
+  const SessionUse use(*this);
+  CReqTimeSock none;  // stands for the connection of a session that has ended
+  CReqTimeSock& sock = use ? requestSock : none;
+  sock.BackInStep();
   CString key = name;
   _strlwr(key.data());
   const auto listed = files.find(key);
   if (listed != files.end() || IsAlwaysWanted(name)) {
     const SNFileInfo wanted = listed != files.end() ? listed->second : SNFileInfo{kUnknownFile, kUnknownFile};
     const int result =
-        GetFile(name, requestSock, '4', projectPath, wanted.fileTime, wanted.fileSize, nullptr, nullptr);
-    requestSock.MarkOutOfStep();  // a file that cannot be stored leaves its body on the connection
+        GetFile(name, sock, '4', projectPath, wanted.fileTime, wanted.fileSize, nullptr, nullptr);
+    sock.MarkOutOfStep();  // a file that cannot be stored leaves its body on the connection
     return result;
   }
   CString local;

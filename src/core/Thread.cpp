@@ -13,7 +13,7 @@ bool vqthread_create(void* (*start)(void*), void* argument) {
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-  pthread_t handle;
+  pthread_t handle{};
   const bool started = pthread_create(&handle, &attributes, start, argument) == 0;
   pthread_attr_destroy(&attributes);
 

@@ -44,7 +44,7 @@ bool ReceiveValues(CReqTimeSock& sock, uint16_t length, std::vector<uint8_t>& va
 
 // Receives one chunk of a connect reply: the letter first, the rest only behind the right one.
 bool ReceiveConnectChunk(CReqTimeSock& sock, std::vector<uint8_t>& values) {
-  uint8_t letter;
+  uint8_t letter = 0;
   uint8_t length[2];
   if (sock.RecvAll(&letter, 1, 0) == 0 || letter != 'b') return false;
   return sock.RecvAll(length, sizeof length, 0) == 1 && ReceiveValues(sock, wire::LoadU16(length), values);

@@ -23,7 +23,7 @@ using Deadline = std::optional<Clock::time_point>;  // empty: endless
 constexpr std::chrono::milliseconds kLongestWait = std::chrono::hours(24 * 3650);
 
 constexpr size_t kFirstLookupRoom = 1024;
-constexpr size_t kMaxLookupRoom = 64 * 1024;  // a host with more addresses than this holds is not found
+constexpr size_t kMaxLookupRoom = size_t{64} * 1024;  // a host with more addresses than this holds is not found
 
 timespec TimeUntil(Clock::time_point deadline) {
   const auto left = std::max(Clock::duration::zero(), deadline - Clock::now());

@@ -87,7 +87,7 @@ bool IsLanAnswer(const unsigned char* reply, int len, unsigned int port) {
 
 // The zero-terminated text at pos of reply; pos moves behind its zero. REQUIRES: a zero byte at or behind pos.
 CString TakeText(const unsigned char* reply, unsigned int& pos) {
-  const CString text(reinterpret_cast<const char*>(reply) + pos);
+  CString text(reinterpret_cast<const char*>(reply) + pos);
   pos += static_cast<unsigned int>(text.size()) + 1;
   return text;
 }
@@ -127,6 +127,7 @@ int CClientSock::_IsLocalDB(const char* /*host*/) { return 0; }
 void CClientSock::Prepare() {
   requestSock.SetFixedPeer(0);
   requestSock.Close();
+  requestSock.BackInStep();  // a new connection begins in step
   notifySock.SetFixedPeer(0);
   notifySock.Close();
   srand(static_cast<unsigned int>(time(nullptr)));  // process-wide, once an attempt

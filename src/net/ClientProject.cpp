@@ -1,6 +1,7 @@
 // The session behind the handshake: the project path, the local project tree and the send primitive for requests.
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "net/CClientSock.h"
@@ -34,6 +35,18 @@ void MakeSubdirectories(const CString& projectPath) {
   for (const Subdirectory& sub : kSubdirectories) MakeDir(CString(projectPath + sub.name), sub.fixMode);
 }
 
+// The form of a server's directory name that stands for it in the GB2312 project path. The address is UTF-8, as the user
+// gave it; an address that GB2312 cannot hold stays as it is.
+CString InternalForm(const CString& server) {
+  const auto isAscii = [](char c) { return (static_cast<unsigned char>(c) & 0x80) == 0; };
+  if (std::all_of(server.begin(), server.end(), isAscii)) return server;
+  CString internal;
+  CString back;
+  internal.FromUtf8(server.data(), static_cast<unsigned int>(server.size()));
+  internal.ToUtf8(back);
+  return back == server ? internal : server;
+}
+
 bool IsDotName(const CString& name) { return name == "." || name == ".."; }
 
 // The zero-terminated text at pos of a reply of len bytes; pos moves behind its zero. It ends with the reply at the
@@ -41,7 +54,7 @@ bool IsDotName(const CString& name) { return name == "." || name == ".."; }
 CString TakeText(const char* reply, size_t len, size_t& pos) {
   if (pos >= len) return CString();
   const size_t size = strnlen(reply + pos, len - pos);
-  const CString text(reply + pos, size);
+  CString text(reply + pos, size);
   pos += size + 1;
   return text;
 }
@@ -67,23 +80,20 @@ int CClientSock::AfterConnect(const char* address, const CString& projectName, C
   }
   CString utf8Name;
   projectName.ToUtf8(utf8Name);
-  projectPath = kMirrorRoot;
-  MakeDir(projectPath, false);
-
+  MakeDir(kMirrorRoot, false);
   CString server(address);
   server.Replace(":", "_");
-  projectPath += server;
-  MakeDir(projectPath, true);
-  projectPath += '/';
-  const CString utf8Path(projectPath + utf8Name);
-  MakeDir(utf8Path, true);
+  const CString serverDir(kMirrorRoot + server);
+  MakeDir(serverDir, true);
+  const CString utf8Dir(serverDir + "/" + utf8Name + "/");
+  MakeDir(utf8Dir, true);
 
-  projectPath += projectName;
-  projectPath += '/';
-  if (utf8Name != projectName) MakeDir(projectPath, true);
-  MakeSubdirectories(projectPath);
+  projectPath = kMirrorRoot + InternalForm(server) + "/" + projectName + "/";
+  const CString ownDir(serverDir + "/" + projectName + "/");
+  if (ownDir != utf8Dir) MakeDir(ownDir, true);
+  MakeSubdirectories(ownDir);
   // Files are stored under the UTF-8 form of their path, so a name that is not plain ASCII needs the tree there too.
-  if (utf8Name != projectName && !utf8Name.empty()) MakeSubdirectories(CString(utf8Path + "/"));
+  if (ownDir != utf8Dir && !utf8Name.empty()) MakeSubdirectories(utf8Dir);
   return 1;
 }
 

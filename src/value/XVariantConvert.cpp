@@ -124,8 +124,8 @@ double DaysOf(const DateFields& date) {
   local.tm_min = date.minute;
   local.tm_sec = date.second;
   local.tm_isdst = 0;
-  const int64_t seconds = int64_t{mktime(&local)} - timezone;
-  return static_cast<double>(seconds) / kDaySeconds + kEpochDays;
+  const int64_t seconds = mktime(&local);  // a statement of its own: it is mktime that brings timezone up to date
+  return static_cast<double>(seconds - timezone) / kDaySeconds + kEpochDays;
 }
 
 }  // namespace

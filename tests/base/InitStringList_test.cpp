@@ -2,8 +2,28 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 #include "BaseTools.h"
+
+namespace {
+
+int readsBeforeError = -1;  // not -1: so many reads of the code under test work, the next ones fail with EIO
+
+}  // namespace
+
+// The program is linked with --wrap=read.
+extern "C" ssize_t __real_read(int fd, void* buf, size_t n);
+extern "C" ssize_t __wrap_read(int fd, void* buf, size_t n) {
+  if (readsBeforeError == 0) {
+    errno = EIO;
+    return -1;
+  }
+  if (readsBeforeError > 0) --readsBeforeError;
+  return __real_read(fd, buf, n);
+}
 
 namespace {
 
@@ -80,6 +100,15 @@ TEST_F(InitStringListTest, AReadErrorEndsTheListAsTheEndDoes) {
   Lines lines;
   InitStringList((dir_ / "").c_str(), lines);  // a directory opens, and each read fails
   EXPECT_EQ(Lines{}, lines);
+}
+
+TEST_F(InitStringListTest, AReadErrorInsideALineKeepsWhatWasReadOfIt) {
+  const std::string path = dir_.Write("list", "a\nbcd\ne\n");
+  readsBeforeError = 4;
+  Lines lines;
+  InitStringList(path.c_str(), lines);
+  readsBeforeError = -1;
+  EXPECT_EQ((Lines{"a", "bc"}), lines);
 }
 
 TEST_F(InitStringListTest, ThePathIsGb2312) {

@@ -5,6 +5,7 @@ const assert = require('node:assert/strict');
 const { test } = require('node:test');
 const { DBCore } = require('./support/addon.js');
 const { sharedServer, connect, newCore, openDriver, sent } = require('./support/server.js');
+const { callLog } = require('./support/events.js');
 
 const sim = sharedServer();
 
@@ -34,7 +35,7 @@ test('GetDriver throws "A string was expected" when its name is no string', () =
   for (const wrong of NO_STRINGS) assert.throws(() => core.GetDriver(wrong), NO_STRING);
 });
 
-test('SetRtAlarmNotify throws "A boolean was expected" when replayCurrent is no boolean, and sends nothing', async () => {
+test('SetRtAlarmNotify throws "A boolean was expected" when its second argument is none, and sends nothing', async () => {
   const core = connect(sim);
   await sim.clearRequests();
   for (const wrong of [0, 1, 'true', null, undefined, {}]) {
@@ -52,15 +53,16 @@ for (const method of ['ConnectTag', 'GetTagValue', 'SetTagValue']) {
   });
 }
 
-test('SetTagNotify throws Node-API\'s message for an argument that is no function, and a later callback is taken', async () => {
+test('SetTagNotify throws "Invalid argument" when its callback is no function, and takes a later one', async () => {
   const driver = await openDriver(sim);
   for (const wrong of [1, 'text', {}, [], true, null, undefined, Symbol('s')]) {
     assert.throws(() => driver.SetTagNotify(wrong), plainError('Invalid argument'));
   }
   driver.ConnectTag('A');
-  const change = new Promise((resolve) => driver.SetTagNotify((...args) => resolve(args)));
+  const log = callLog();
+  driver.SetTagNotify(log);
   await sim.set('D0', 'A', 2);
-  assert.deepEqual(await change, ['D0', 'A', 2]);
+  assert.deepEqual(await log.until(1), [['D0', 'A', 2]]);
 });
 
 for (const method of ['Connect', 'KeepALive', 'GetDriver', 'SetRtAlarmNotify']) {

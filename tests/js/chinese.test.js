@@ -63,7 +63,7 @@ test('a Chinese project has a directory under each form of its name, and the tre
   }
 });
 
-test('the files of a Chinese project are stored under the UTF-8 form, and are current for the next session', async () => {
+test('the files of a Chinese project are stored under the UTF-8 form, and current for the next session', async () => {
   removeMirror(sim.address);
   connect(sim);
   const stored = fs.readFileSync(inside(projectDir('示范工程'), 'RecData/drvinfo.dat'));

@@ -5,6 +5,7 @@ const assert = require('node:assert/strict');
 const { test } = require('node:test');
 const { SMALL, sharedServer, startServer, connect, newCore, removeMirror } = require('./support/server.js');
 const { secondReply, loginReply } = require('./support/replies.js');
+const { hex } = require('./support/wire.js');
 
 const users = [{ name: 'operator', password: 'secret', rights: 8 }];
 const sim = sharedServer({ project: { ...SMALL, users } });
@@ -40,7 +41,7 @@ test('after a wrong password the same instance connects with the right one', () 
   assert.equal(core.GetDriver('D0').GetTagValue('A'), 1.5);
 });
 
-test('a login that is answered with another letter than 9 or 0 gives -3 and leaves both connections closed', async () => {
+test('a login that is answered with another letter than 9 or 0 gives -3 and leaves no connection', async () => {
   await sim.setFault({ step: 'login', action: 'letter', letter: 'x' });
   assert.equal(open(), -3);
   await bothClosed();
@@ -82,12 +83,12 @@ test('a first registration that is answered with 0 or another letter gives -2', 
 });
 
 test('a first reply of fewer than 10 bytes that begins with 7 and "lan" is no redirection', async () => {
-  await sim.setFault({ step: 'handshake1', action: 'reply', hex: Buffer.from('7lan\x7f\0\0\x01\x0f').toString('hex') });
+  await sim.setFault({ step: 'handshake1', action: 'reply', hex: hex('7lan', [127, 0, 0, 1, 0]) });
   assert.equal(open(), 0);
 });
 
 test('a redirection counts only at port 3968: here it is a plain acceptance', async () => {
-  await sim.setFault({ step: 'handshake1', action: 'reply', hex: Buffer.from('7lan\x7f\0\0\x01\x0f\x80').toString('hex') });
+  await sim.setFault({ step: 'handshake1', action: 'reply', hex: hex('7lan', [127, 0, 0, 1, 0, 1]) });
   assert.equal(open(), 0);
 });
 

@@ -4,14 +4,13 @@
 const assert = require('node:assert/strict');
 const fs = require('node:fs');
 const { test } = require('node:test');
-const { SMALL, sharedServer, startServer, newCore, removeMirror, serverDir, sent } = require('./support/server.js');
+const { sharedServer, startServer, newCore, removeMirror, serverDir, sent } = require('./support/server.js');
 const { loopback } = require('./support/loopback.js');
 const { runProgram } = require('./support/child.js');
 const { hex } = require('./support/wire.js');
 
-const FILE = 1;
 const sim = sharedServer();
-const extended = sharedServer({ host: loopback(FILE, 1), port: 3968 });
+const extended = sharedServer({ host: loopback(1), port: 3968 });
 
 /** Connects to an address and cleans up its mirror. */
 function open(t, address) {
@@ -44,7 +43,7 @@ test('text behind the digits of the port does not count', (t) => {
 });
 
 test('an address without a usable port goes to port 80 with the plain registration', async (t) => {
-  const host = loopback(FILE, 80);
+  const host = loopback(80);
   const server = await startServer(t, { host, port: 80 }).catch((error) => error);
   if (server instanceof Error) return t.skip(`port 80: ${server.message}`);
   const tails = ['', ':', ':0', ':x', ':65536'];
@@ -101,7 +100,7 @@ test('a "lan" answer to an address that nobody listens at gives -2', async (t) =
 });
 
 test('a chain of redirections is followed to its end, one line on standard output for each', async (t) => {
-  const startHop = (number, next) => startServer(t, { host: loopback(FILE, number), port: 3968, lan: next.address });
+  const startHop = (number, next) => startServer(t, { host: loopback(number), port: 3968, lan: next.address });
   const hops = [await startHop(3, sim)];
   hops.unshift(await startHop(2, hops[0]));
   await redirect(lan(hops[0].address));

@@ -1,6 +1,6 @@
 'use strict';
-// Large files: acknowledgements after each window, which shrinks from 131072 bytes by 10240 down to 8192; and files that
-// change on the server between two sessions.
+// Large files: acknowledgements after each window, which shrinks from 131072 bytes by 10240 down to 8192; and files
+// that change on the server between two sessions.
 
 const assert = require('node:assert/strict');
 const fs = require('node:fs');

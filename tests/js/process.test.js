@@ -1,6 +1,6 @@
 'use strict';
-// Sessions and the life of the process and of workers: what keeps a process alive, how it ends, and what a callback that
-// throws does to it.
+// Sessions and the life of the process and of workers: what keeps a process alive, how it ends, and what a callback
+// that throws does to it.
 
 const assert = require('node:assert/strict');
 const path = require('node:path');

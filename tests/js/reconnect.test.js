@@ -2,10 +2,12 @@
 // The end of a session, from either side, and what follows it on the same instance.
 
 const assert = require('node:assert/strict');
+const fs = require('node:fs');
 const { test } = require('node:test');
 const {
   sharedServer, startServer, connect, newCore, removeMirror, untilGone, collectInstances,
 } = require('./support/server.js');
+const { runProgram } = require('./support/child.js');
 const { callLog } = require('./support/events.js');
 
 const sim = sharedServer();
@@ -66,6 +68,54 @@ test('a server that closes the notification connection ends the session without 
   assert.equal(core.GetDriver('D0'), undefined);
 });
 
+test('a request that waits for its answer fails as soon as the server closes the notification connection', async () => {
+  await sim.setFault({ step: 'read', action: 'hang' });
+  const ended = sim.waitFor('request', { command: 'H' }).then(() => sim.closeNotification());
+  const { stdout } = await runProgram(`
+    const core = new DBCore();
+    core.Connect(args[0], 'operator', 'secret');
+    const started = Date.now();
+    const value = core.GetDriver('D0').GetTagValue('A');
+    console.log(value, Date.now() - started < 7000);
+  `, [sim.address]);
+  await ended;
+  assert.equal(stdout, 'undefined true\n'); // an answer is waited for 8 seconds
+});
+
+/** How many sockets this process has open. */
+function openSockets() {
+  const links = fs.readdirSync('/proc/self/fd').map((fd) => {
+    try {
+      return fs.readlinkSync(`/proc/self/fd/${fd}`);
+    } catch {
+      return ''; // the directory's own descriptor
+    }
+  });
+  return links.filter((link) => link.startsWith('socket:')).length;
+}
+
+async function untilSockets(count) {
+  for (const deadline = Date.now() + 5000; openSockets() !== count; await new Promise(setImmediate)) {
+    assert.ok(Date.now() < deadline, `${openSockets()} sockets, not ${count}`);
+  }
+}
+
+test('sessions that have ended, and those that failed, leave no descriptor open', async () => {
+  await collectInstances();
+  const before = openSockets();
+  for (const end of ['closeNotification', 'closeAll']) {
+    const core = connect(sim);
+    assert.equal(openSockets(), before + 2);
+    await sim[end]();
+    await untilGone(core, 'D0');
+    await untilSockets(before);
+  }
+  const core = connect(sim);
+  await sim.setFault({ step: 'login', action: 'refuse' });
+  assert.equal(reopen(core), -1);
+  assert.equal(openSockets(), before);
+});
+
 test('a server that resets everything ends the session', async () => {
   const core = connect(sim);
   await sim.closeAll();
@@ -86,7 +136,7 @@ test('a server that closes the request connection alone fails requests and keeps
   assert.deepEqual(await log.until(1), [['D0', 'A', 9]]);
 });
 
-test('a driver object whose session the server ended reads undefined, writes -2 and subscribes to nothing', async () => {
+test('a driver object whose session the server ended reads undefined, writes -2 and takes no callback', async () => {
   const { driver } = await closedByServer();
   assert.equal(driver.GetTagValue('A'), undefined);
   assert.equal(driver.GetTagValue('A,B'), undefined);

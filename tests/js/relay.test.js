@@ -10,7 +10,7 @@ const { runProgram } = require('./support/child.js');
 const { callLog } = require('./support/events.js');
 const { hex } = require('./support/wire.js');
 
-const RELAY = loopback(2, 1);
+const RELAY = loopback(1);
 const DEVICES = { dev1: true, home: 'lan', 'a:b:c': true, '泵站': true };
 const sim = sharedServer({ relay: { host: RELAY, port: 3968, devices: DEVICES } });
 
@@ -70,6 +70,15 @@ test('a device name goes to the relay as the UTF-8 that it is', async (t) => {
   assert.deepEqual((await relayRequests('7')).map(({ fields }) => fields.target), ['泵站']);
 });
 
+test('the mirror of a device of a Chinese name stands under that name, and there alone', (t) => {
+  const address = `p2p(${RELAY}):泵站`;
+  const core = open(t, address);
+  assert.equal(core.GetDriver('D0').GetTagValue('B'), 7);
+  assert.ok(fs.existsSync(`${serverDir(address)}/Small/RecData/drvinfo.dat`));
+  const mirrors = fs.readdirSync(MIRRORS).filter((name) => name.includes(`${RELAY})`));
+  assert.deepEqual(mirrors, [`p2p(${RELAY})_泵站`]);
+});
+
 test('a device that the relay does not know is refused: -2, and no second connection is tried', async (t) => {
   open(t, `p2p(${RELAY}):nobody`, -2);
   assert.equal((await relayRequests('7')).length, 1);
@@ -91,7 +100,7 @@ test('a relay address without colon gives -2 and connects nowhere', async (t) =>
 });
 
 test('a relay that nobody runs gives -2', (t) => {
-  open(t, `p2p(${loopback(2, 2)}):dev1`, -2);
+  open(t, `p2p(${loopback(2)}):dev1`, -2);
 });
 
 test('a relay without an address in the text is looked for at 127.0.0.1', async (t) => {

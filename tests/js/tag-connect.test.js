@@ -131,9 +131,10 @@ test('chunks without values without end connect nothing', async () => {
 for (const action of ['close', 'reset', 'cut']) {
   test(`a connection whose connect fails with ${action} connects nothing`, async () => {
     const driver = await openDriver(sim);
+    assert.equal(driver.GetTagValue('A'), 1.5);
     await sim.setFault({ step: 'connect', action, ...(action === 'cut' ? { bytes: 5 } : {}) });
     driver.ConnectTag('A');
-    assert.equal(driver.GetTagValue('A'), undefined);
+    assert.equal(driver.GetTagValue('A'), undefined); // asked for, and not answered
   });
 }
 

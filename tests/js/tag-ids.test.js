@@ -87,7 +87,7 @@ test('names are compared exactly', async () => {
   assert.equal(driver.GetTagValue('a'), undefined);
 });
 
-test('a list that mixes known and new names gives the known ones first, the new ones when they are answered', async () => {
+test('a list that mixes known and new names gives the known ones first, the new ones when answered', async () => {
   const driver = await openDriver(sim);
   driver.GetTagValue('C');
   await sim.clearRequests();

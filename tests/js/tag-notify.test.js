@@ -4,7 +4,7 @@
 const assert = require('node:assert/strict');
 const { test } = require('node:test');
 const { sharedServer, openDriver, connect } = require('./support/server.js');
-const { callLog, mustCall, mustNotCall } = require('./support/events.js');
+const { callLog, mustCall, mustNotCall, within } = require('./support/events.js');
 const { u16, hex } = require('./support/wire.js');
 
 const tags = ['A', 'B', 'C'].map((name) => ({ name, type: 'int32', value: 0 }));
@@ -154,7 +154,7 @@ test('a callback may read, write and connect', async (t) => {
     }, 2));
   });
   await sim.set('D0', 'A', 20);
-  assert.equal(await seen, 21);
+  assert.equal(await within(seen, 'the change of B'), 21);
 });
 
 test('a read in the callback gives the value that was told, or a newer one', async () => {
@@ -168,7 +168,7 @@ test('a read in the callback gives the value that was told, or a newer one', asy
     });
   });
   for (let value = 4801; value <= 5000; value++) sim.set('D0', 'A', value);
-  await end;
+  await within(end, 'the last change');
   assert.deepEqual(late, []);
 });
 
@@ -205,7 +205,9 @@ test('a record of a driver that nobody has asked for drops the rest of its recei
 
 test('a record that two receives split is not joined: both parts are lost, what comes then is told', async () => {
   const whole = record(0, 0, 7);
-  for (const at of [2, 6, 8, 10, 14]) assert.deepEqual(await heardOf(whole.slice(0, at), whole.slice(at)), [], `at ${at}`);
+  for (const at of [2, 6, 8, 10, 14]) {
+    assert.deepEqual(await heardOf(whole.slice(0, at), whole.slice(at)), [], `at ${at}`);
+  }
 });
 
 test('the second part of a split record is read as a record of its own', async () => {
@@ -260,7 +262,7 @@ for (const [what, event] of [
 }
 
 test('core records that end with their receive are dropped without harm', async () => {
-  const cut = [[0xff], [0xff, 0xff], [0xff, 0xff, 1], [0xff, 0xff, 3, 1, 2], [0xff, 0xff, 9], [0xff, 0xff, 17, 0, 0, 0]];
+  const cut = [[0xff], [0xff, 0xff], ...[[1], [3, 1, 2], [9], [17, 0, 0, 0]].map((rest) => [0xff, 0xff, ...rest])];
   const endless = hex([0xff, 0xff, 17, 0, 0, 0, 0], 'no end');
   assert.deepEqual(await heardOf(...cut.map((bytes) => hex(bytes)), endless), []);
 });
@@ -271,6 +273,7 @@ test('notifications in blocks of any size are told', async (t) => {
     await sim.configure({ notifyBlock });
     const { log } = await follower('A,B,C');
     for (let i = 0; i < 300; i++) sim.set('D0', 'ABC'[i % 3], notifyBlock + i);
-    assert.deepEqual((await log.until(300)).map(([, , value]) => value), Array.from({ length: 300 }, (_, i) => notifyBlock + i));
+    const told = (await log.until(300)).map(([, , value]) => value);
+    assert.deepEqual(told, Array.from({ length: 300 }, (_, i) => notifyBlock + i));
   }
 });

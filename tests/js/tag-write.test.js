@@ -99,7 +99,8 @@ const CUTS = [
   [`xxx${'🚰'.repeat(31)}y`, `xxx${'🚰'.repeat(31)}`], // 128
 ];
 for (const [value, sentText] of CUTS) {
-  test(`a string of ${Buffer.byteLength(value)} bytes sends ${Buffer.byteLength(sentText)}, whole characters`, async () => {
+  const [all, some] = [Buffer.byteLength(value), Buffer.byteLength(sentText)];
+  test(`a string of ${all} bytes (${value.slice(0, 4)}...) sends ${some}, whole characters`, async () => {
     assert.equal(await written('S', value), head(1) + text(2, sentText));
   });
 }
@@ -108,8 +109,11 @@ test('a half of a surrogate pair goes out as the replacement character', async (
   assert.equal(await written('S', 'a\ud83d'), head(1) + text(2, 'a\ufffd'));
 });
 
-test('a string with a zero inside ends there', async () => {
-  assert.equal(await written('S', 'ab\0cd'), head(1) + text(2, 'ab'));
+test('a string with a zero inside ends there, and nothing of it follows', async () => {
+  const driver = await writer();
+  assert.equal(driver.SetTagValue('S', 'ab\0cd'), 0);
+  assert.equal(driver.GetTagValue('S'), 'ab');
+  assert.deepEqual(await sent(sim), [head(1) + text(2, 'ab'), hex('H', [1, 0, 0, 0, 2, 0])]);
 });
 
 const UNWRITABLE = [

@@ -1,6 +1,6 @@
 'use strict';
-// Ten thousand tags of two drivers in one run: read, followed and written. No request is lost, no result is out of order,
-// each change is told once.
+// Ten thousand tags of two drivers in one run: read, followed and written. No request is lost, no result is out of
+// order, each change is told once.
 
 const assert = require('node:assert/strict');
 const { test } = require('node:test');
@@ -63,8 +63,11 @@ test('ten thousand tags are read, followed and written', async () => {
   });
   const changes = await log.until(2 * COUNT, 20000);
   const expected = DRIVERS.flatMap((driver, number) => NAMES.map((name, i) => [driver, name, written(number, i)]));
-  assert.deepEqual(changes, expected);
-  const stored = (await sim.events({ event: 'write', stored: true })).map(({ driver, tag, value }) => [driver, tag, value]);
+  // Each driver tells its changes in order; between two drivers there is no order.
+  const byDriver = DRIVERS.flatMap((name) => changes.filter(([driver]) => driver === name));
+  assert.deepEqual(byDriver, expected);
+  const writes = await sim.events({ event: 'write', stored: true });
+  const stored = writes.map(({ driver, tag, value }) => [driver, tag, value]);
   assert.deepEqual(stored, expected);
 
   await sim.clearRequests();

@@ -144,6 +144,26 @@ TEST(ProjectTree, OfAChineseProjectStandsUnderBothForms) {
   EXPECT_EQ(2 * (kTree.size() + 1), Below(mirror.Path()).size());
 }
 
+TEST(ProjectTree, OfAChineseDeviceNameIsWhereTheFilesOfItsPathAreStored) {
+  const MirrorCleaner mirror("p2p:\xE8\xAE\xBE\xE5\xA4\x87-net-tree");  // UTF-8, as the user gives it
+  Session session;
+  EXPECT_EQ(1, session.AfterConnect("p2p:\xE8\xAE\xBE\xE5\xA4\x87-net-tree", "Plant", session.error));
+  EXPECT_EQ("/tmp/vqbrowser/p2p_\xC9\xE8\xB1\xB8-net-tree/Plant/", session.projectPath);
+  CString stored;
+  session.projectPath.ToUtf8(stored);
+  EXPECT_EQ(mirror.Path() + "Plant/", stored);
+  EXPECT_EQ(kTree, Below(stored));
+}
+
+TEST(ProjectTree, OfADeviceNameThatGb2312LacksStandsUnderItsOwnBytes) {
+  const MirrorCleaner mirror("p2p:\xF0\x9F\x98\x80-net-tree");
+  Session session;
+  const CaptureStderr silenced;
+  EXPECT_EQ(1, session.AfterConnect("p2p:\xF0\x9F\x98\x80-net-tree", "Plant", session.error));
+  EXPECT_EQ(mirror.Path() + "Plant/", session.projectPath);
+  EXPECT_EQ(kTree, Below(session.projectPath));
+}
+
 TEST(ProjectTree, OfANameThatCannotBeConvertedStandsUnderItsOwnBytes) {
   const MirrorCleaner mirror("net-tree-7");
   Session session;
@@ -173,7 +193,7 @@ TEST(SafeProjectName, RefusesDotsBeforeAnUnconvertibleByte) {
 TEST(SafeProjectName, TakesOrdinaryNames) {
   CaptureStderr err;
   for (const char* name : {"", "Plant", "...", ".hidden", "..x", "a.b", "a\\b", "p q", "\xB9\xA4\xB3\xCC", ".\xB9\xA4",
-                           "..\xB9\xA4", "\xA1\xAF"}) {
+                           "..\xB9\xA4", "\xA1\xAF", "a\xFF", "\xFF", "...\xFF"}) {
     EXPECT_TRUE(IsSafeProjectName(name)) << name;
   }
   EXPECT_EQ("", err.Text());
@@ -240,6 +260,22 @@ TEST(ProjectPathRequest, FailuresGiveZeroAndLeaveTheTextsAlone) {
   Session unconnected;
   CString path, s2, s3, s4;
   EXPECT_EQ(0, unconnected.GetPrjPath(path, s2, s3, s4));
+}
+
+TEST(ProjectPathRequest, NothingOfAnEarlierReplyShowsInALaterOne) {
+  ScriptedPeer peer;
+  peer.Accept().Expect("33").ReplyBytes("3" + std::string(2000, 'p')).Expect("33").Reply("33 61");
+  peer.Expect("33").Close().Start();
+  Session session;
+  session.Open(peer);
+  CString path, s2, s3, s4;
+  const auto ask = [&] { return session.GetPrjPath(path, s2, s3, s4); };
+  EXPECT_EQ(1, ask());
+  EXPECT_EQ(std::string(2000, 'p'), path);
+  EXPECT_EQ(1, ask());
+  EXPECT_EQ("a", path);
+  EXPECT_EQ(0, ask()) << "the server has closed";
+  peer.Join();
 }
 
 TEST(LocalDatabaseTree, AsksTheServerAndFillsTheMembers) {

@@ -13,6 +13,7 @@
 #include "net/CReqTimeSock.h"
 #include "net/FakeSystem.h"
 #include "support/ScriptedPeer.h"
+#include "support/TimeOutOption.h"
 
 namespace {
 
@@ -96,6 +97,7 @@ TEST(SignalsDuringTransfers, ASendGoesOnBehindThem) {
 }
 
 TEST(SignalsDuringTransfers, AReceiveEndsByItsTimeOutHoweverManyCome) {
+  SKIP_UNLESS_PARTS_OF_SECONDS_ARE_TOLD();
   Pair pair;
   ASSERT_EQ(1, pair.near.SetTimeOut(40));
   FakeSystem fake;
@@ -109,6 +111,7 @@ TEST(SignalsDuringTransfers, AReceiveEndsByItsTimeOutHoweverManyCome) {
 }
 
 TEST(SignalsDuringTransfers, ASendEndsByItsTimeOutHoweverManyCome) {
+  SKIP_UNLESS_PARTS_OF_SECONDS_ARE_TOLD();
   Pair pair;
   const std::vector<char> block(64 * 1024);
   while (pair.near._Send(block.data(), static_cast<int>(block.size()), MSG_DONTWAIT) > 0) {
@@ -123,6 +126,7 @@ TEST(SignalsDuringTransfers, ASendEndsByItsTimeOutHoweverManyCome) {
 }
 
 TEST(SignalsDuringTransfers, ARealTimerNeitherEndsNorProlongsAReceive) {
+  SKIP_UNLESS_PARTS_OF_SECONDS_ARE_TOLD();
   Pair pair;
   ASSERT_EQ(1, pair.near.SetTimeOut(60));
   const InterruptingTimer timer;
@@ -181,6 +185,7 @@ TEST(SignalsDuringConnect, AnInterruptedConnectThatIsRefusedFailsWithItsReason) 
 }
 
 TEST(SignalsDuringConnect, AnInterruptedConnectThatIsNotAnsweredEndsByTheSendTimeOut) {
+  SKIP_UNLESS_PARTS_OF_SECONDS_ARE_TOLD();
   CSyncSocket full;
   ASSERT_EQ(1, full.Create(0, SOCK_STREAM, "127.77.0.8", 0));
   ASSERT_EQ(0, listen(full.Descriptor(), 0));
@@ -205,6 +210,7 @@ TEST(SignalsDuringConnect, AnInterruptedConnectThatIsNotAnsweredEndsByTheSendTim
 }
 
 TEST(SignalsDuringConnect, AnAcceptGoesOnBehindThemAndEndsByItsTimeOut) {
+  SKIP_UNLESS_PARTS_OF_SECONDS_ARE_TOLD();
   CSyncSocket listener;
   ASSERT_EQ(1, listener.Create(0, SOCK_STREAM, "127.0.0.1", 0));
   ASSERT_EQ(0, listen(listener.Descriptor(), 1));

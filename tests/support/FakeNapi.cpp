@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -138,8 +139,7 @@ napi_status FakeNapi::Enter(const char* function, bool needsNoException) {
 
 // Notes the outcome of a call as the last error.
 napi_status FakeNapi::Done(napi_status status, const char* message) {
-  lastMessage_ = message != nullptr ? message : "";
-  lastError_.error_message = message != nullptr ? lastMessage_.c_str() : nullptr;
+  lastError_.error_message = message != nullptr ? messages_.insert(message).first->c_str() : nullptr;
   lastError_.error_code = status;
   return status;
 }
@@ -149,7 +149,7 @@ size_t FakeNapi::Functions() const {
   return functions_.size();
 }
 
-const napi_threadsafe_function__& FakeNapi::FunctionAt(size_t index) const {
+napi_threadsafe_function__ FakeNapi::FunctionAt(size_t index) const {
   const std::lock_guard<std::mutex> lock(mutex_);
   return *functions_.at(index);
 }
@@ -185,11 +185,12 @@ bool FakeNapi::NextMessage(napi_threadsafe_function* function, void** data, bool
 }
 
 size_t FakeNapi::Drain() {
-  size_t count = 0;
   napi_threadsafe_function function = nullptr;
   void* data = nullptr;
   bool bare = false;
-  for (; NextMessage(&function, &data, &bare); ++count) {
+  const size_t waiting = Queued();
+  size_t count = 0;
+  for (; count < waiting && NextMessage(&function, &data, &bare); ++count) {
     function->callJs(bare ? nullptr : Env(), bare ? nullptr : function->callback, function->context, data);
     if (!bare && Pending()) ADD_FAILURE() << "a message left an exception pending: " << TakeException();
   }

@@ -13,6 +13,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -90,11 +91,11 @@ class FakeNapi {
 
   // --- thread-safe functions
   size_t Functions() const;
-  const napi_threadsafe_function__& FunctionAt(size_t index) const;
+  napi_threadsafe_function__ FunctionAt(size_t index) const;  // its present state
   size_t Queued() const;                                   // messages waiting, all functions together
   size_t QueuedEver() const;                               // messages accepted since the beginning
   bool WaitQueuedEver(size_t count);                       // until that many have been accepted; bounded
-  size_t Drain();                                          // delivers all waiting messages; returns how many
+  size_t Drain();                                          // delivers what waits at its beginning; returns how many
   void CloseFunctions();                                   // further calls are answered with napi_closing
   void EndEnvironment();                                   // as CloseFunctions; queued messages go without environment
 
@@ -107,7 +108,7 @@ class FakeNapi {
 
   napi_value pending_ = nullptr;
   napi_extended_error_info lastError_{};
-  std::string lastMessage_;
+  std::set<std::string> messages_;  // what lastError_ has ever pointed to: Node-API's messages stay valid
   std::vector<std::unique_ptr<napi_threadsafe_function__>> functions_;
   mutable std::mutex mutex_;  // guards functions_ and what they hold, queuedEver_ and failures_
   std::condition_variable queued_;

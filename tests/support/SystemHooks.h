@@ -1,6 +1,5 @@
-// SystemHooks: some system calls of the code under test, noted and bent on demand. The test program links with
-//   LINKER:--wrap=recv LINKER:--wrap=usleep LINKER:--wrap=close LINKER:--wrap=time LINKER:--wrap=clock_gettime
-//   LINKER:--wrap=sem_timedwait LINKER:--wrap=pthread_create
+// SystemHooks: some system calls of the code under test, noted and bent on demand. The test program has them led here
+// with vqdb_wrap(PROGRAM recv usleep close time clock_gettime sem_timedwait pthread_create).
 // Everything is back to normal when the object goes; there is one at a time. Threads: any.
 #pragma once
 

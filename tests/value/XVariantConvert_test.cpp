@@ -509,6 +509,13 @@ TEST_F(XVariantConvertTest, DaylightSavingIsNotAppliedToATextThatIsReadAsADate) 
   EXPECT_DOUBLE_EQ(45361.0 + 2.5 / 24.0, Text("2024-03-10 02:30").ToDate()) << "the hour that the clocks leave out";
 }
 
+TEST_F(XVariantConvertTest, ATextThatIsReadAsADateFollowsAChangeOfTheZoneInTheEnvironment) {
+  for (const char* zone : {"CST-8", "EST5", "UTC0"}) {
+    setenv("TZ", zone, 1);  // no tzset here: the conversion looks
+    EXPECT_DOUBLE_EQ(45325.5, Text("2024-02-03 12:00:00").ToDate()) << zone;
+  }
+}
+
 TEST_F(XVariantConvertTest, NumbersBeyondIntInADateCountWithTheirLow32Bits) {
   EXPECT_DOUBLE_EQ(45325.0, Text("4294969320-02-03").ToDate());  // 2^32 + 2024
   EXPECT_DOUBLE_EQ(45325.0, Text("2024-4294967298-03").ToDate());

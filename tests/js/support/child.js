@@ -10,10 +10,11 @@ const ADDON = path.join(__dirname, 'addon.js');
 /**
  * Runs `program` (text) in a Node.js of its own with `DBCore` and `args` at hand. Resolves to { code, signal, stdout,
  * stderr } when it has ended; after the bound it is killed, which shows as signal 'SIGKILL'. `onOutput` is called with
- * all that it has printed so far.
+ * all that it has printed so far. Without `load` the program's main thread does not load the library.
  */
-function runProgram(program, args = [], { bound = BOUND, onOutput = () => {} } = {}) {
-  const source = `const { DBCore } = require(${JSON.stringify(ADDON)});\nconst args = process.argv.slice(1);\n${program}`;
+function runProgram(program, args = [], { bound = BOUND, onOutput = () => {}, load = true } = {}) {
+  const addon = load ? `const { DBCore } = require(${JSON.stringify(ADDON)});` : '';
+  const source = `${addon}\nconst args = process.argv.slice(1);\n${program}`;
   const child = spawn(process.execPath, ['-e', source, ...args], { stdio: ['ignore', 'pipe', 'pipe'] });
   const result = { stdout: '', stderr: '' };
   for (const stream of ['stdout', 'stderr']) {

@@ -1,8 +1,10 @@
 'use strict';
-// Loopback addresses. Port 3968 has a meaning of its own, so each test of it has an address to itself; tests that run
-// side by side do not meet.
+// Loopback addresses. Port 3968 has a meaning of its own, so each test of it has an address to itself. The addresses of
+// a process are its own, too: test files, and whole runs of the tests, do not meet.
 
-/** The address of a place: file number and test number, 0 to 255. */
-const loopback = (file, number) => `127.98.${file}.${number}`;
+const { pid } = process;
+
+/** The address of a place in this process, 1 to 254. */
+const loopback = (place) => `127.${128 + (pid & 0x7f)}.${(pid >> 7) & 0xff}.${place}`;
 
 module.exports = { loopback };

@@ -30,7 +30,9 @@ function driverFile(...drivers) {
 }
 
 /** A file reply: header lines, empty line, body. */
-const fileReply = (lines, body = '') => (
-  Buffer.concat([Buffer.from(`${lines.map((line) => `${line}\r\n`).join('')}\r\n`), Buffer.from(body)]).toString('hex'));
+function fileReply(lines, body = '') {
+  const header = [...lines, '', ''].join('\r\n');
+  return Buffer.concat([Buffer.from(header), Buffer.from(body)]).toString('hex');
+}
 
 module.exports = { secondReply, loginReply, driverFile, fileReply };

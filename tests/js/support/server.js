@@ -1,6 +1,6 @@
 'use strict';
-// Sessions of the library with a simulated server: starts servers and ends them, keeps instances alive as long as a test
-// needs them, and leaves no mirror behind.
+// Sessions of the library with a simulated server: starts servers and ends them, keeps instances alive as long as a
+// test needs them, and leaves no mirror behind.
 
 const assert = require('node:assert/strict');
 const fs = require('node:fs');
@@ -69,7 +69,7 @@ function sharedServer(options) {
     await sim.clearFaults();
     await sim.clearRequests();
   });
-  after(() => end(sim));
+  after(() => sim.close && end(sim));
   return sim;
 }
 
@@ -104,14 +104,15 @@ async function sent(sim, command) {
 }
 
 /** Ends all sessions and subscriptions of the process by collecting their instances. */
-async function collectInstances() {
+function collectInstances() {
   held.clear();
-  try {
-    await collectAll(made, 'the instances are collected');
-  } catch (error) {
-    setTimeout(() => process.exit(1), 1000).unref(); // a subscription that is left would keep the process alive
-    throw error;
-  }
+  return collectAll(made, 'the instances are collected');
+}
+
+/** To be run after the last test of a file with alarm subscriptions, which keep a process alive. */
+async function endSubscriptions() {
+  setTimeout(() => process.exit(1), 10000).unref(); // fires only if something is left that does
+  await collectInstances();
 }
 
 /** Waits until the library has noticed that its server is gone. */
@@ -124,6 +125,6 @@ async function untilGone(core, driverName, bound = 5000) {
 }
 
 module.exports = {
-  SMALL, MIRRORS, serverDir, removeMirror, startServer, sharedServer, newCore, connect, openDriver, sent, collectInstances,
-  untilGone,
+  SMALL, MIRRORS, serverDir, removeMirror, startServer, sharedServer, newCore, connect, openDriver, sent, untilGone,
+  collectInstances, endSubscriptions,
 };

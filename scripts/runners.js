@@ -1,0 +1,70 @@
+'use strict';
+// The two test runners. Both show their progress here, leave their report in the build folder and give
+// { passed, failed, skipped, ok }; ok is false also when the runner itself failed.
+const { spawnSync } = require('node:child_process');
+const { mkdirSync, readdirSync, readFileSync, rmSync } = require('node:fs');
+const path = require('node:path');
+
+const root = path.join(__dirname, '..');
+
+function readReport(file, parse) {
+  try {
+    return parse(readFileSync(file, 'utf8'));
+  } catch {
+    return { passed: 0, failed: 0, skipped: 0 }; // the runner ended before it wrote one
+  }
+}
+
+function countJunit(xml) {
+  const suite = xml.match(/<testsuite[^>]*>/)[0];
+  const count = (name) => Number(suite.match(new RegExp(`\\b${name}="(\\d+)"`))[1]);
+  const failed = count('failures');
+  const skipped = count('disabled') + count('skipped');
+  return { passed: count('tests') - failed - skipped, failed, skipped };
+}
+
+function countTap(tap) {
+  const count = (name) => Number(tap.match(new RegExp(`^# ${name} (\\d+)$`, 'm'))[1]);
+  return {
+    passed: count('pass'),
+    failed: count('fail') + count('cancelled'),
+    skipped: count('skipped') + count('todo'),
+  };
+}
+
+// CTest in a build folder; `filter` keeps the tests whose names match.
+function runCpp(buildDir, { env = process.env, filter } = {}) {
+  const report = path.join(buildDir, 'ctest.xml');
+  rmSync(report, { force: true });
+  const args = ['--test-dir', buildDir, '-j', '2', '--output-on-failure', '--output-junit', report, '--progress'];
+  if (filter !== undefined) args.push('-R', filter);
+  const { status } = spawnSync('ctest', args, { stdio: 'inherit', env });
+  return { ...readReport(report, countJunit), ok: status === 0 };
+}
+
+// The files of tests/js under the Node.js program `node`; `filter` keeps the files whose names contain it.
+function runJs(buildDir, { node = process.execPath, env = process.env, filter = '' } = {}) {
+  const folder = path.join(root, 'tests', 'js');
+  const names = readdirSync(folder).filter((name) => name.endsWith('.test.js') && name.includes(filter));
+  const report = path.join(buildDir, 'js.tap');
+  mkdirSync(buildDir, { recursive: true });
+  rmSync(report, { force: true });
+  const args = ['--test', '--test-concurrency=2', '--test-reporter=spec', '--test-reporter-destination=stdout'];
+  args.push('--test-reporter=tap', `--test-reporter-destination=${report}`);
+  const files = names.map((name) => path.join(folder, name));
+  const { status } = spawnSync(node, [...args, ...files], { stdio: ['ignore', 'inherit', 'inherit'], env });
+  return { ...readReport(report, countTap), ok: status === 0 };
+}
+
+// The closing line "N passed, N failed[, N skipped]"; gives the exit code. A runner that failed without a failed test (a
+// crash of its own), or that found no test, counts as one failure.
+function conclude(results) {
+  const sum = (name) => results.reduce((total, result) => total + result[name], 0);
+  const broken = results.filter((result) => result.failed === 0 && (!result.ok || result.passed === 0)).length;
+  const failed = sum('failed') + broken;
+  const skipped = sum('skipped');
+  console.log(`${sum('passed')} passed, ${failed} failed${skipped > 0 ? `, ${skipped} skipped` : ''}`);
+  return failed === 0 ? 0 : 1;
+}
+
+module.exports = { runCpp, runJs, conclude };

@@ -1,0 +1,60 @@
+'use strict';
+// Runs the tests as on another platform, with Debian's Node.js 18 of that architecture.
+//   node scripts/test-arch.js arm|arm64   C++ and JavaScript tests, cross-built, under qemu-user
+//   node scripts/test-arch.js x64         JavaScript tests on this machine
+// Options: --cache DIR   where private tools are kept (else below the user's cache)
+//          --only cpp|js --filter TEXT   some of the tests
+// The JavaScript tests load the library of prebuilds/linux-NAME, built anew: the very file that the package ships.
+const path = require('node:path');
+const { parseArgs } = require('node:util');
+const { architectures } = require('./cross/architectures');
+const { buildAddon, cmakeBuild, toolsFor } = require('./cross/build-for');
+const { cacheFolder } = require('./cross/cache');
+const { runnerOf, writeNodeProgram } = require('./cross/node');
+const { installNpmPackages } = require('./npm-packages');
+const { ensurePackages } = require('./packages');
+const { fail, step, timed } = require('./run');
+const { conclude, runCpp, runJs } = require('./runners');
+
+const root = path.join(__dirname, '..');
+const kUsage = 'usage: node scripts/test-arch.js arm|arm64|x64 [--cache DIR] [--only cpp|js] [--filter TEXT]';
+
+function cppTests(name, cache, filter) {
+  const folder = path.join(root, 'build', 'cmake', `${name}-tests`);
+  const { runner } = runnerOf(name, cache);
+  const { settings, env } = toolsFor(name, cache, runner);
+  step(`building the C++ tests for linux-${name}`);
+  timed(() =>
+    cmakeBuild({ folder, target: 'all', env, settings: [...settings, '-DVQDB_TESTS=ON', '-DVQDB_ADDON=OFF'] }),
+  );
+  step(`C++ tests, linux-${name}`);
+  return timed(() => runCpp(folder, { filter }));
+}
+
+function jsTests(name, cache, filter) {
+  step(`building the add-on for linux-${name}`);
+  const addon = timed(() => buildAddon(name, { cache }));
+  const folder = path.join(root, 'build', 'cmake', `node18-${name}`);
+  const node = writeNodeProgram(name, cache, folder);
+  step(`JavaScript tests, linux-${name}, Node.js 18`);
+  // Programs that tests start as "node" are to be the same Node.js.
+  const env = { ...process.env, PATH: `${folder}:${process.env.PATH}` };
+  if (name === process.arch) env.VQDB_TEST_ADDON = addon; // index.js would prefer a library of build/Release
+  return timed(() => runJs(folder, { node, env, filter }));
+}
+
+function main() {
+  const options = { cache: { type: 'string' }, only: { type: 'string' }, filter: { type: 'string' } };
+  const { values, positionals } = parseArgs({ options, allowPositionals: true });
+  const [name] = positionals;
+  if (positionals.length !== 1 || !(name in architectures)) fail(kUsage);
+  const cache = cacheFolder(values.cache);
+  ensurePackages('build', 'tests');
+  installNpmPackages();
+  const results = [];
+  if (values.only !== 'js' && name !== process.arch) results.push(cppTests(name, cache, values.filter));
+  if (values.only !== 'cpp') results.push(jsTests(name, cache, values.filter));
+  process.exit(conclude(results));
+}
+
+main();

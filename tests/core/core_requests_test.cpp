@@ -1,0 +1,180 @@
+// The core's own requests on the request connection.
+#include "core/CoreFixture.h"
+
+class CoreRequestsTest : public CoreTest {
+ protected:
+  void SetUp() override { Connect(); }
+  uint16_t id = 4711;
+};
+
+TEST_F(CoreRequestsTest, RequestAllSendsTheWholeRequestAndReadsExactlyTheAnswer) {
+  server.Answer("abcdef");
+  char reply[4] = {};
+  EXPECT_EQ(core->RequestAll("Lxyz", 4, 4, reply), 1);
+  EXPECT_EQ(std::string(reply, 4), "abcd");
+  EXPECT_EQ(server.Requested(), "Lxyz");
+  EXPECT_EQ(core->RequestAll("2", 1, 2, reply), 1);
+  EXPECT_EQ(std::string(reply, 2), "ef");
+}
+
+TEST_F(CoreRequestsTest, RequestAllTakesAnAnswerByteByByte) {
+  SystemHooks hooks;
+  hooks.SliceReceives(1);
+  server.Answer("abcd");
+  char reply[4] = {};
+  EXPECT_EQ(core->RequestAll("L", 1, 4, reply), 1);
+  EXPECT_EQ(std::string(reply, 4), "abcd");
+}
+
+TEST_F(CoreRequestsTest, RequestAllFailsWhenTheAnswerIsShort) {
+  server.Answer("abc");
+  core->requestSock.SetTimeOut(30);
+  char reply[4];
+  EXPECT_EQ(core->RequestAll("L", 1, 4, reply), 0);
+}
+
+TEST_F(CoreRequestsTest, RequestAllFailsWhenNothingCanBeSent) {
+  char reply[4];
+  core->requestSock.Shutdown();
+  EXPECT_EQ(core->RequestAll("L", 1, 4, reply), 0);
+  core->_Disconnect();
+  EXPECT_EQ(core->RequestAll("L", 1, 4, reply), 0);
+  EXPECT_EQ(TestCore(js.Env()).RequestAll("L", 1, 4, reply), 0);
+}
+
+TEST_F(CoreRequestsTest, RequestAllDoesNotTouchTheTimeOfTheLastSendAndGetTagIdDoes) {
+  SystemHooks hooks;
+  hooks.SetTime(4000000000);
+  const time_t before = core->requestSock.LastSend();
+  server.Answer("ab");
+  char reply[2];
+  EXPECT_EQ(core->RequestAll("L", 1, 2, reply), 1);
+  EXPECT_EQ(core->requestSock.LastSend(), before);
+  server.Answer(FromHex("4C 01 00"));
+  EXPECT_TRUE(core->GetTagId(0, "A", id));
+  EXPECT_EQ(core->requestSock.LastSend(), 4000000000);
+  hooks.SetTime(4000000001);
+  server.Answer("d");
+  EXPECT_TRUE(core->UnadviseTag(1));
+  EXPECT_EQ(core->requestSock.LastSend(), 4000000001);
+}
+
+TEST_F(CoreRequestsTest, GetTagIdAsksForOneNameOfOneDriver) {
+  server.Answer(FromHex("4C 34 12"));
+  EXPECT_TRUE(core->GetTagId(0x0201, "Level", id));
+  EXPECT_EQ(id, 0x1234);
+  EXPECT_EQ(ToHex(server.Requested()), "4C 01 02 4C 65 76 65 6C 00");
+}
+
+TEST_F(CoreRequestsTest, GetTagIdReadsAtMostSixteenBytesOfTheAnswer) {
+  server.Answer(FromHex("4C FF FF") + std::string(13, '.') + "+");
+  EXPECT_TRUE(core->GetTagId(0, "A", id));
+  EXPECT_EQ(id, 65535);
+  char rest[4];
+  EXPECT_EQ(core->requestSock._Recv(rest, 4), 1);
+  EXPECT_EQ(rest[0], '+');
+}
+
+TEST_F(CoreRequestsTest, GetTagIdTakesAnAnswerByteByByte) {
+  SystemHooks hooks;
+  hooks.SliceReceives(1);
+  server.Answer(FromHex("4C 34 12"));
+  EXPECT_TRUE(core->GetTagId(0, "A", id));
+  EXPECT_EQ(id, 0x1234);
+}
+
+TEST_F(CoreRequestsTest, GetTagIdFailsOnAnotherLetterAndLeavesTheIdAlone) {
+  server.Answer(FromHex("6C 34 12"));
+  EXPECT_FALSE(core->GetTagId(0, "A", id));
+  EXPECT_EQ(id, 4711);
+}
+
+TEST_F(CoreRequestsTest, GetTagIdFailsOnACutOrMissingAnswer) {
+  core->requestSock.SetTimeOut(30);
+  EXPECT_FALSE(core->GetTagId(0, "A", id));
+  for (const char* cut : {"4C", "4C 34"}) {
+    core->requestSock.BackInStep();
+    server.Answer(FromHex(cut));
+    EXPECT_FALSE(core->GetTagId(0, "A", id)) << cut;
+  }
+  server.CloseRequest();
+  EXPECT_FALSE(core->GetTagId(0, "A", id));
+  EXPECT_EQ(id, 4711);
+}
+
+TEST_F(CoreRequestsTest, GetTagIdSendsANameOf252Bytes) {
+  const std::string name(252, 'n');
+  server.Answer(FromHex("4C 01 00"));
+  EXPECT_TRUE(core->GetTagId(0, name.c_str(), id));
+  EXPECT_EQ(server.Requested().size(), 256u);
+}
+
+TEST_F(CoreRequestsTest, GetTagIdDoesNotSendANameOf253BytesOrNone) {
+  EXPECT_FALSE(core->GetTagId(0, std::string(253, 'n').c_str(), id));
+  EXPECT_FALSE(core->GetTagId(0, nullptr, id));
+  EXPECT_EQ(server.Requested(), "");
+  EXPECT_EQ(id, 4711);
+}
+
+TEST_F(CoreRequestsTest, GetTagIdWithoutASessionSendsNothing) {
+  core->connected = false;  // as if the receive thread had just found the server gone
+  EXPECT_FALSE(core->GetTagId(0, "A", id));
+  EXPECT_EQ(server.Requested(), "");
+  core->connected = true;
+  core->_Disconnect();
+  EXPECT_FALSE(core->GetTagId(0, "A", id));
+  EXPECT_FALSE(TestCore(js.Env()).GetTagId(0, "A", id));
+  EXPECT_EQ(id, 4711);
+}
+
+TEST_F(CoreRequestsTest, ADriverLooksASingleNameUpThroughTheCore) {
+  server.Answer(FromHex("4C 03 00"));
+  CDBDriver* pump = core->_GetDriver("Pump");
+  EXPECT_EQ(pump->GetTagId("Level"), 3);
+  EXPECT_EQ(pump->GetTagId("Level"), 3);
+  EXPECT_EQ(ToHex(server.Requested()), "4C 00 00 4C 65 76 65 6C 00");
+  EXPECT_EQ(pump->tags[3].name, "Level");
+}
+
+TEST_F(CoreRequestsTest, UnadviseSendsTheSignedIdAndIsTrueOnD) {
+  server.Answer("d");
+  EXPECT_TRUE(core->UnadviseTag(-2));
+  EXPECT_EQ(ToHex(server.Requested()), "64 FE FF FF FF");
+  server.Answer("dddddddddddddddd");
+  EXPECT_TRUE(core->UnadviseTag(0x01020304));
+  EXPECT_EQ(ToHex(server.Requested()), "64 04 03 02 01");
+}
+
+TEST_F(CoreRequestsTest, UnadviseIsFalseOnAnythingElse) {
+  server.Answer("Dd");
+  EXPECT_FALSE(core->UnadviseTag(1));
+  core->requestSock.SetTimeOut(30);
+  EXPECT_FALSE(core->UnadviseTag(1));
+  server.CloseRequest();
+  EXPECT_FALSE(core->UnadviseTag(1));
+  core->_Disconnect();
+  EXPECT_FALSE(core->UnadviseTag(1));
+  EXPECT_FALSE(TestCore(js.Env()).UnadviseTag(1));
+}
+
+TEST_F(CoreRequestsTest, UnadviseDoesNotAskWhetherTheSessionIsOpen) {
+  core->connected = false;
+  server.Answer("d");
+  EXPECT_TRUE(core->UnadviseTag(1));
+  core->connected = true;
+}
+
+TEST_F(CoreRequestsTest, ALateAnswerIsNotTakenForTheNextOne) {
+  core->requestSock.SetTimeOut(30);
+  EXPECT_FALSE(core->GetTagId(0, "A", id));
+  server.Answer(FromHex("4C 34 12"));
+  server.Requested();
+  core->requestSock.SetTimeOut(5000);
+  std::thread answering([&] {
+    server.Request(5);
+    server.Answer(FromHex("4C 02 00"));
+  });
+  EXPECT_TRUE(core->GetTagId(0, "B", id));
+  answering.join();
+  EXPECT_EQ(id, 2);
+}

@@ -1,0 +1,100 @@
+// The receive thread as such: how it starts, what it returns, how its end is told.
+#include "core/Thread.h"
+
+#include <pthread.h>
+#include <signal.h>
+
+#include "core/CoreFixture.h"
+#include "support/Event.h"
+
+namespace {
+
+struct Seen {
+  Event started;
+  Event proceed;
+  int detached = -1;
+  int unblocked = -1;
+};
+
+void* Look(void* argument) {
+  auto* seen = static_cast<Seen*>(argument);
+  pthread_attr_t attributes;
+  pthread_getattr_np(pthread_self(), &attributes);
+  pthread_attr_getdetachstate(&attributes, &seen->detached);
+  pthread_attr_destroy(&attributes);
+  sigset_t mask;
+  pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+  seen->unblocked = 0;
+  for (const int signal : {SIGINT, SIGTERM, SIGALRM, SIGUSR1, SIGCHLD, SIGPIPE}) {
+    seen->unblocked += sigismember(&mask, signal) == 1 ? 0 : 1;
+  }
+  seen->started.Set();
+  seen->proceed.Wait();
+  return nullptr;
+}
+
+}  // namespace
+
+TEST(Thread, IsDetachedAndTakesNoSignalsOfTheHost) {
+  const size_t threads = ThreadCount();
+  Seen seen;
+  ASSERT_TRUE(vqthread_create(Look, &seen));
+  ASSERT_TRUE(seen.started.Wait());
+  EXPECT_EQ(seen.detached, PTHREAD_CREATE_DETACHED);
+  EXPECT_EQ(seen.unblocked, 0);
+  EXPECT_EQ(ThreadCount(), threads + 1);
+  seen.proceed.Set();
+  EXPECT_TRUE(Eventually([&] { return ThreadCount() == threads; }));
+}
+
+TEST(Thread, StartingOneKeepsTheCallersSignals) {
+  sigset_t before;
+  sigset_t after;
+  pthread_sigmask(SIG_SETMASK, nullptr, &before);
+  Seen seen;
+  ASSERT_TRUE(vqthread_create(Look, &seen));
+  seen.proceed.Set();
+  pthread_sigmask(SIG_SETMASK, nullptr, &after);
+  for (int signal = 1; signal < 32; ++signal) {
+    EXPECT_EQ(sigismember(&before, signal), sigismember(&after, signal)) << signal;
+  }
+  ASSERT_TRUE(seen.started.Wait());
+
+}
+
+TEST(Thread, ARefusalIsTold) {
+  SystemHooks hooks;
+  hooks.RefuseThreads();
+  EXPECT_FALSE(vqthread_create(Look, nullptr));
+}
+
+TEST(ThreadEnd, IsWaitedForWhicheverComesFirst) {
+  ThreadEnd early;
+  early.Signal();
+  early.Wait();
+  ThreadEnd late;
+  std::thread signalling([&] { late.Signal(); });
+  late.Wait();
+  signalling.join();
+}
+
+TEST(ReceiveThread, OfACoreThatIsNotConnectedPausesPostsAndReturnsNull) {
+  FakeNapi js;
+  TestCore core(js.Env());
+  sem_init(&core.recvDone, 0, 0);
+  core.semReady = true;
+  const SystemHooks hooks;
+  EXPECT_EQ(CDBCore::RecvThread(static_cast<CDBCore*>(&core)), nullptr);
+  EXPECT_EQ(hooks.Pauses(), std::vector<unsigned int>{60000});
+  EXPECT_EQ(hooks.Receives(), 0);
+  EXPECT_EQ(sem_trywait(&core.recvDone), 0);
+}
+
+TEST(ReceiveThread, WithoutASemaphorePostsNothing) {
+  FakeNapi js;
+  TestCore core(js.Env());
+  sem_init(&core.recvDone, 0, 0);
+  core.DoRecv();
+  EXPECT_NE(sem_trywait(&core.recvDone), 0);
+  sem_destroy(&core.recvDone);
+}
