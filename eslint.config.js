@@ -30,6 +30,7 @@ module.exports = [
       'no-implicit-coercion': 'error',
       'no-implied-eval': 'error',
       'no-lonely-if': 'error',
+      'no-new-func': 'error',
       'no-promise-executor-return': 'off', // the short form of a callback in a promise
       'no-return-assign': ['error', 'always'],
       'no-self-compare': 'error',

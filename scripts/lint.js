@@ -47,8 +47,10 @@ function tidyFile(file, buildDir) {
   return new Promise((resolve) => {
     const child = spawn('clang-tidy-14', ['-p', buildDir, '--quiet', file], { cwd: root });
     let output = '';
-    for (const stream of [child.stdout, child.stderr])
-      stream.setEncoding('utf8').on('data', (text) => (output += text));
+    const collect = (text) => {
+      output += text;
+    };
+    for (const stream of [child.stdout, child.stderr]) stream.setEncoding('utf8').on('data', collect);
     child.on('close', (code) => resolve({ code, output }));
   });
 }

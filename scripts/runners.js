@@ -42,16 +42,21 @@ function runCpp(buildDir, { env = process.env, filter } = {}) {
   return { ...readReport(report, countJunit), ok: status === 0 };
 }
 
-// The files of tests/js under the Node.js program `node`; `filter` keeps the files whose names contain it.
+// The files of JavaScript tests.
+function jsTests() {
+  const folders = ['tests/js', 'tests/js/lifetime'].map((folder) => path.join(root, folder));
+  const testsIn = (folder) => readdirSync(folder).filter((name) => name.endsWith('.test.js'));
+  return folders.flatMap((folder) => testsIn(folder).map((name) => path.join(folder, name)));
+}
+
+// The JavaScript tests under the Node.js program `node`; `filter` keeps the files whose names contain it.
 function runJs(buildDir, { node = process.execPath, env = process.env, filter = '' } = {}) {
-  const folder = path.join(root, 'tests', 'js');
-  const names = readdirSync(folder).filter((name) => name.endsWith('.test.js') && name.includes(filter));
+  const files = jsTests().filter((file) => path.basename(file).includes(filter));
   const report = path.join(buildDir, 'js.tap');
   mkdirSync(buildDir, { recursive: true });
   rmSync(report, { force: true });
   const args = ['--test', '--test-concurrency=2', '--test-reporter=spec', '--test-reporter-destination=stdout'];
   args.push('--test-reporter=tap', `--test-reporter-destination=${report}`);
-  const files = names.map((name) => path.join(folder, name));
   const { status } = spawnSync(node, [...args, ...files], { stdio: ['ignore', 'inherit', 'inherit'], env });
   return { ...readReport(report, countTap), ok: status === 0 };
 }
@@ -67,4 +72,4 @@ function conclude(results) {
   return failed === 0 ? 0 : 1;
 }
 
-module.exports = { runCpp, runJs, conclude };
+module.exports = { runCpp, jsTests, runJs, conclude };

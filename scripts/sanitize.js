@@ -5,10 +5,11 @@
 //   npm run test:tsan    ThreadSanitizer: C++ tests
 // Further arguments are handed to ctest, or choose JavaScript tests: npm run test:asan -- --js tag-read reconnect
 const { execFileSync, spawnSync } = require('node:child_process');
-const { mkdirSync, readdirSync, realpathSync, rmSync } = require('node:fs');
+const { mkdirSync, realpathSync, rmSync } = require('node:fs');
 const path = require('node:path');
 const { ensurePackages } = require('./packages');
 const { run, succeeds, fail, step } = require('./run');
+const { jsTests } = require('./runners');
 const { frameFormat, readReports } = require('./sanitizer-reports');
 
 const root = path.join(__dirname, '..');
@@ -58,14 +59,12 @@ function nodeEnvironment(reports) {
 
 function runJs(names) {
   step('JavaScript tests, asan');
-  const folder = path.join(root, 'tests', 'js');
-  const all = readdirSync(folder).filter((name) => name.endsWith('.test.js'));
-  const files = all.filter((name) => names.length === 0 || names.includes(name.replace('.test.js', '')));
-  if (files.length === 0) fail(`No such JavaScript tests in ${folder}.`);
+  const files = jsTests().filter((file) => names.length === 0 || names.includes(path.basename(file, '.test.js')));
+  if (files.length === 0) fail(`No such JavaScript tests: ${names.join(', ')}`);
   const reports = path.join(buildDir('asan'), 'reports');
   rmSync(reports, { recursive: true, force: true });
   mkdirSync(reports);
-  const args = ['--test', '--test-concurrency=2', ...files.map((name) => path.join(folder, name))];
+  const args = ['--test', '--test-concurrency=2', ...files];
   const { status } = spawnSync(process.execPath, args, { stdio: 'inherit', env: nodeEnvironment(reports) });
   const concerns = readReports(reports);
   for (const concern of concerns) console.log(concern);

@@ -25,7 +25,7 @@ const DIGEST_TIME = 50; // ms in which a client surely has decoded a reply that 
 function filling(length) {
   const bytes = Buffer.alloc(length);
   for (let at = 0; at < length;) {
-    const [size, command] = SKIPPED.find(([size]) => size <= length - at && !CANNOT_FILL.has(length - at - size));
+    const [size, command] = SKIPPED.find(([whole]) => whole <= length - at && !CANNOT_FILL.has(length - at - whole));
     bytes.fill(0xff, at, at + 2);
     bytes[at + 2] = command;
     at += size;

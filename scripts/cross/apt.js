@@ -99,8 +99,9 @@ function unpackPackages({ folder, architecture, packages, complete, skip = [] })
     return result.status === 0;
   };
   const status = complete ? noPackages : '/var/lib/dpkg/status';
-  if (!aptGet(status, 'update'))
+  if (!aptGet(status, 'update')) {
     console.log('   warning: a package index could not be renewed; going on with the others');
+  }
   if (!aptGet(status, 'install', '--download-only', ...packages)) {
     throw new Error(`apt-get could not download ${packages.join(', ')} for ${architecture}`);
   }

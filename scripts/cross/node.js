@@ -28,6 +28,13 @@ function runnerOf(name, cache) {
 
 const quote = (text) => `'${text.replaceAll("'", "'\\''")}'`;
 
+// The simulator is the far end of the connection, as on another machine: this machine's own Node.js runs it, which spares
+// the emulator half of its work.
+function nativeSimulator() {
+  const scripts = ['child.js', 'cli.js'].map((script) => `*/simulator/${script}`).join('|');
+  return `case "$1" in ${scripts}) unset NODE_OPTIONS; exec ${quote(process.execPath)} "$@" ;; esac`;
+}
+
 // Writes the program `node` into `folder` and gives its path. process.execPath is made to name it, too, so that child
 // processes, `node --test` among them, run in the same way.
 function writeNodeProgram(name, cache, folder) {
@@ -39,6 +46,7 @@ function writeNodeProgram(name, cache, folder) {
   const lines = [
     '#!/bin/sh',
     'unset LD_LIBRARY_PATH',
+    ...(name === process.arch ? [] : [nativeSimulator()]),
     `exec 9<${quote(path.join(root, kShared))}`,
     'case "$NODE_OPTIONS" in *exec-path.cjs*) ;; *)',
     `  export NODE_OPTIONS=${quote(`--require "${preload}"`)}" $NODE_OPTIONS" ;;`,

@@ -51,6 +51,7 @@ void LoadFixed(XVariant& v, const uint8_t* p) {
 bool LoadValue(XVariant& v, const uint8_t* p, size_t size, size_t& used) {
   used = 0;
   if (v.vt == VT_BSTR) {
+    if (size == 0) return false;  // p may be null then
     const char* text = reinterpret_cast<const char*>(p);
     const size_t len = strnlen(text, size);
     if (len == size) return false;

@@ -14,8 +14,9 @@ class DispatchTest : public ::testing::Test {
 
   // Dispatches a record that stands alone on the heap, so that a read past it is noticed.
   int Dispatched(const std::string& bytes) {
-    const std::vector<uint8_t> record(bytes.begin(), bytes.end());
-    return core.OnDBNotify(record.data(), record.size());
+    const std::unique_ptr<uint8_t[]> record(new uint8_t[bytes.size()]);
+    std::copy(bytes.begin(), bytes.end(), record.get());
+    return core.OnDBNotify(record.get(), bytes.size());
   }
   int Dispatched(const char* hex) { return Dispatched(FromHex(hex)); }
 

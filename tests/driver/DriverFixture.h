@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <memory>
 #include <string>
 #include <stdexcept>
 #include <utility>
@@ -128,8 +129,9 @@ class DriverTest : public ::testing::Test {
   // A notification of the tag, its body exactly as long as given. Returns what OnDBNotify does.
   int Notified(uint16_t tag, const std::string& bodyHex) {
     const std::string bytes = FromHex(bodyHex);
-    const std::vector<uint8_t> body(bytes.begin(), bytes.end());  // on the heap, so that a read past it is noticed
-    return driver.OnDBNotify(tag, body.data(), body.size());
+    const std::unique_ptr<uint8_t[]> body(new uint8_t[bytes.size()]);  // on the heap: a read past it is noticed
+    std::copy(bytes.begin(), bytes.end(), body.get());
+    return driver.OnDBNotify(tag, body.get(), bytes.size());
   }
 
   FakeNapi js;

@@ -61,6 +61,7 @@ const seed = (harness, name, ...parts) => { (seeds[harness] ??= {})[name] = byte
 
 for (const [name, value] of Object.entries(values)) seed('variant', name, 3, value);
 seed('variant', 'all', 12, all);
+seed('variant', 'no-bytes', 3);
 
 // --- text and files
 

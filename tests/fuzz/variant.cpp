@@ -34,6 +34,18 @@ void CheckEncoding(const XVariant& v, const uint8_t* bytes, size_t consumed) {
   FUZZ_CHECK(std::memcmp(again.get(), bytes, consumed) == 0);
 }
 
+// The form without a type word, of every type; no bytes at all may come as a null pointer.
+void DecodeUntyped(const std::string& rest) {
+  const auto bytes = ExactCopy(rest.data(), rest.size());
+  for (uint16_t type = 0; type < 26; ++type) {
+    XVariant v;
+    v.vt = type;
+    size_t consumed = 0;
+    const bool decoded = v.FromBuffer(rest.empty() ? nullptr : bytes.get(), rest.size(), false, consumed);
+    FUZZ_CHECK(v.vt == type && consumed <= rest.size() && (decoded || consumed == 0));
+  }
+}
+
 void Convert(const XVariant& v, int precision) {
   CString text;
   v.ToStringA(text, precision);
@@ -58,6 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Input input(data, size);
   const int precision = static_cast<int>(input.Byte() % 14) - 2;
   const std::string rest = input.Rest();
+  DecodeUntyped(rest);
   const auto bytes = ExactCopy(rest.data(), rest.size());
   XVariant v;
   size_t offset = 0;

@@ -4,7 +4,7 @@
 const test = require('node:test');
 const assert = require('node:assert');
 const { login, hex } = require('./support/TinyClient');
-const { simulate, smallPlant } = require('./support/simulated');
+const { simulate } = require('./support/simulated');
 
 async function client(t, options, ...who) {
   const sim = await simulate(t, options);

@@ -19,6 +19,7 @@ function startWorker(sim, options = {}) {
   running.add(worker);
   worker.once('exit', () => running.delete(worker));
   const messages = [];
+  worker.messages = messages;
   let look = () => {};
   worker.on('message', (message) => {
     messages.push(message);
@@ -37,12 +38,12 @@ function startWorker(sim, options = {}) {
   return worker;
 }
 
-/** Starts a busy worker and terminates it at a random moment. Its exit code. */
+/** Starts a busy worker and terminates it at a random moment; resolves to its exit code and whether it had a session. */
 async function terminateAtRandom(sim, longest = LONGEST) {
   const worker = startWorker(sim, { busy: true });
   await pause(Math.random() * longest);
   await worker.terminate();
-  return worker.ended;
+  return { code: await worker.ended, connected: worker.messages.some(({ result }) => result === 0) };
 }
 
 /** Ends what a failed test has left running. */

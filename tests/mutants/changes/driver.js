@@ -42,7 +42,13 @@ module.exports = [
   ],
 
   // NapiCheck.cpp
-  ['NapiCheck.cpp', 'if (!pending) napi_throw_error', 'napi_throw_error', 'an error is thrown over a pending one'],
+  [
+    'NapiCheck.cpp',
+    'if (!pending) napi_throw_error',
+    'napi_throw_error',
+    'an error is thrown over a pending one',
+    'Node-API itself refuses to throw while an exception is pending',
+  ],
   ['NapiCheck.cpp', '"empty error message"', '"Empty error message"', 'a letter of the message'],
   [
     'NapiCheck.cpp',
