@@ -44,6 +44,7 @@ class CoreTest : public ::testing::Test {
 
   // A driver whose tags A, B, ... are resolved and hold a byte of their own.
   CDBDriver* Driver(const char* name) {
+    const SessionUse use(*core);
     CDBDriver* driver = core->_GetDriver(name);
     EXPECT_NE(driver, nullptr) << name;
     if (driver == nullptr) return nullptr;
@@ -59,6 +60,7 @@ class CoreTest : public ::testing::Test {
 
   // As Driver, with the changes recorded in js.calls.
   CDBDriver* FollowedDriver(const char* name) {
+    const SessionUse use(*core);
     CDBDriver* driver = Driver(name);
     driver->SetCBFunc(js.Env(), js.Recorder());
     return driver;

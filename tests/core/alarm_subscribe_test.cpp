@@ -112,12 +112,9 @@ TEST_F(AlarmSubscribeTest, AnAnswerMayComeByteByByte) {
 
 TEST_F(AlarmSubscribeTest, TheLargestCountIsReadWhole) {
   HasLists();
-  std::thread answering([&] {
-    server.Request(1);
-    std::string bytes = "n" + Word(65535);
-    for (int i = 0; i < 65535; ++i) bytes += Alarm(1, 0, 0);
-    server.Answer(bytes + FromHex("4C 02 00"));
-  });
+  std::string bytes = "n" + Word(65535);
+  for (int i = 0; i < 65535; ++i) bytes += Alarm(1, 0, 0);
+  std::thread answering([&] { server.Answer(bytes + FromHex("4C 02 00")); });
   EXPECT_EQ(Subscribe(false), 0);
   answering.join();
   uint16_t id = 0;

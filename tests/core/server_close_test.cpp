@@ -181,8 +181,7 @@ TEST_F(ServerCloseTest, ChangesRightBeforeTheCloseAreStillTaken) {
 
 TEST_F(ServerCloseTest, AResetEndsTheSessionAsACloseDoes) {
   Driver("Pump");
-  core->notifySock.SetRecvTimeOut(1000);
-  shutdown(core->notifySock.Descriptor(), SHUT_RDWR);
+  server.ResetNotify();
   EXPECT_TRUE(Eventually([&] { return IsGone(*core); }));
 }
 

@@ -37,7 +37,7 @@ void* Look(void* argument) {
 
 TEST(Thread, IsDetachedAndTakesNoSignalsOfTheHost) {
   const size_t threads = ThreadCount();
-  Seen seen;
+  static Seen seen;  // nothing tells when a detached thread has let go of it
   ASSERT_TRUE(vqthread_create(Look, &seen));
   ASSERT_TRUE(seen.started.Wait());
   EXPECT_EQ(seen.detached, PTHREAD_CREATE_DETACHED);
@@ -51,7 +51,7 @@ TEST(Thread, StartingOneKeepsTheCallersSignals) {
   sigset_t before;
   sigset_t after;
   pthread_sigmask(SIG_SETMASK, nullptr, &before);
-  Seen seen;
+  static Seen seen;
   ASSERT_TRUE(vqthread_create(Look, &seen));
   seen.proceed.Set();
   pthread_sigmask(SIG_SETMASK, nullptr, &after);

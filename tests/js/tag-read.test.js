@@ -131,7 +131,8 @@ test('a value that runs past its chunk gives undefined', async () => {
 });
 
 test('a value that is split between two chunks gives undefined', async () => {
-  assert.equal(await readWith('A', chunk(1, [3, 0, 1, 0]) + chunk(0, [0, 0]), true), undefined);
+  // The second half would be a value by itself: type 17, 5.
+  assert.equal(await readWith('A', chunk(1, [5, 0, 0, 0, 0, 0]) + chunk(0, [17, 0, 5, 0]), true), undefined);
 });
 
 test('chunks without values without end give undefined', async () => {

@@ -17,14 +17,14 @@ const stages = ['near', 'far', 'js'];
 const running = new Set(); // process groups
 for (const signal of ['SIGINT', 'SIGTERM']) {
   process.on(signal, () => {
-    running.forEach(end);
+    running.forEach((group) => end(group, 'SIGTERM')); // ninja then ends its compilers, too
     process.exit(1);
   });
 }
 
-function end(group) {
+function end(group, signal = 'SIGKILL') {
   try {
-    process.kill(-group, 'SIGKILL');
+    process.kill(-group, signal);
   } catch {
     // it has ended by itself
   }

@@ -208,6 +208,13 @@ bool ScriptedServer::SeesClosed(int descriptor) {
 }
 
 void ScriptedServer::CloseNotify() { Close(notify_); }
+
+void ScriptedServer::ResetNotify() {
+  const linger now{1, 0};
+  setsockopt(notify_, SOL_SOCKET, SO_LINGER, &now, sizeof now);
+  Close(notify_);
+}
+
 void ScriptedServer::CloseRequest() { Close(request_); }
 
 void ScriptedServer::Close(int& descriptor) {

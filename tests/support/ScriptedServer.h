@@ -60,6 +60,7 @@ class ScriptedServer {
   std::string RequestSome() const;
 
   void CloseNotify();
+  void ResetNotify();  // closes it with a reset
   void CloseRequest();
 
   // True when the client has closed the connection (or does so in time).

@@ -22,7 +22,10 @@ beforeEach(async () => {
   before = await settled();
 });
 
-afterEach(terminateAll);
+afterEach(async () => {
+  await terminateAll();
+  await sim.set('D0', 'M', 0);
+});
 
 async function nothingLeft() {
   await backTo(before, 'descriptors and threads');
@@ -120,9 +123,8 @@ test('workers are terminated at random moments while the main thread runs its ow
     assert.equal(typeof driver.GetTagValue('Q'), 'number');
   }
   await sim.set('D0', 'M', 33);
-  while (log.calls.at(-1)[1] !== 'M') await log.until(log.calls.length + 1);
+  while (log.calls.at(-1)?.[1] !== 'M') await log.until(log.calls.length + 1);
   assert.equal(driver.GetTagValue('M'), 33);
-  await sim.set('D0', 'M', 0);
 });
 
 test('four workers at once have a session each, and each a class of its own', async () => {
