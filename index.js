@@ -1,5 +1,5 @@
 'use strict';
-// Loads the native library: one that was built in this folder, else the prebuilt one of this platform.
+// Loads the native library: the prebuilt one of this platform, else one that was built in this folder.
 const { closeSync, existsSync, openSync, readSync } = require('node:fs');
 const path = require('node:path');
 
@@ -35,14 +35,19 @@ function refusal(reason, cause) {
   return new Error(`VqDBAccess has no library that fits ${platform}${libc()}: ${reason}. ${advice}`, { cause });
 }
 
+// The prebuilt library first; one that was built here where that does not load.
 function load() {
-  const file = existsSync(built) && fitsProcessor(built) ? built : prebuilt;
-  if (!existsSync(file)) throw refusal(`neither ${built} nor ${prebuilt} is there for it`);
-  try {
-    return require(file);
-  } catch (error) {
-    throw refusal(error.message, error);
+  const files = [prebuilt, built].filter((file) => existsSync(file) && fitsProcessor(file));
+  if (files.length === 0) throw refusal(`neither ${built} nor ${prebuilt} is there for it`);
+  let failure;
+  for (const file of files) {
+    try {
+      return require(file);
+    } catch (error) {
+      failure ??= error;
+    }
   }
+  throw refusal(failure.message, failure);
 }
 
 module.exports.DBCore = load().DBCore;

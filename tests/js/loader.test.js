@@ -64,9 +64,16 @@ test('a prebuilt library that cannot be loaded gives the reason and the way out'
   assert.match(error.message, /npx vqdbaccess build$/);
 });
 
-test('a library that was built here goes before the prebuilt one', (t) => {
+test('the prebuilt library goes before one that was built here', (t) => {
   const folder = packageWith(t, { [BUILT]: OWN, [PREBUILT]: OWN });
-  assert.ok(errorOf(folder).message.includes(path.join(folder, BUILT)));
+  assert.ok(errorOf(folder).message.includes(path.join(folder, PREBUILT)));
+});
+
+test('a library that was built here is loaded where the prebuilt one cannot be', (t) => {
+  const folder = packageWith(t, { [PREBUILT]: OWN });
+  mkdirSync(path.dirname(path.join(folder, BUILT)), { recursive: true });
+  copyFileSync(path.join(__dirname, '..', '..', BUILT), path.join(folder, BUILT));
+  assert.equal(typeof require(path.join(folder, 'index.js')).DBCore, 'function');
 });
 
 test('a library that was built on another processor is passed over for the prebuilt one', (t) => {
