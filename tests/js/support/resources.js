@@ -15,6 +15,17 @@ function resources() {
   };
 }
 
+/** What the descriptors are, for the message of a failure. */
+function openNow() {
+  return fs.readdirSync('/proc/self/fd').map((number) => {
+    try {
+      return `${number} ${fs.readlinkSync(`/proc/self/fd/${number}`)}`;
+    } catch {
+      return `${number} closed`; // that of the listing
+    }
+  }).join(', ');
+}
+
 /** What there is once it has stayed the same for a while. */
 async function settled() {
   const deadline = Date.now() + BOUND;
@@ -34,7 +45,7 @@ async function backTo(before, what) {
   for (const deadline = Date.now() + BOUND; ; ) {
     const now = resources();
     if (now.descriptors === before.descriptors && now.threads === before.threads) return;
-    if (Date.now() > deadline) assert.deepEqual(now, before, `${what}: not within ${BOUND} ms`);
+    if (Date.now() > deadline) assert.deepEqual(now, before, `${what}: not within ${BOUND} ms; open: ${openNow()}`);
     await turn(1);
   }
 }
