@@ -11,6 +11,7 @@ const needs = {
     { name: 'ninja-build', program: 'ninja' },
   ],
   tests: [{ name: 'libgtest-dev', file: '/usr/src/googletest/CMakeLists.txt' }],
+  coverage: [{ name: 'gcovr', program: 'gcovr' }],
   lint: [
     { name: 'clang-14', program: 'clang++-14' },
     { name: 'clang-format-14', program: 'clang-format-14' },
