@@ -54,6 +54,14 @@ constexpr TextConversion kFromUtf16 = {kGb2312, kUcs2, "FromUtf16:iconv_open", "
 constexpr TextConversion kFromUtf8 = {kGb2312, kUtf8, "FromUtf8:iconv_open:", "FromUtf8:iconv:"};
 constexpr TextConversion kToUtf8 = {kUtf8, kGb2312, "ToUtf8:iconv_open:", "ToUtf8:iconv:"};
 
+// Open for one conversion of each pair; never closed, which is what keeps the converters loaded.
+struct KeptConverters {
+  Converter fromUtf16{kGb2312, kUcs2};
+  Converter fromUtf8{kGb2312, kUtf8};
+  Converter toUtf8{kUtf8, kGb2312};
+  Converter toUtf16{kUcs2, kGb2312};
+};
+
 // Sets dst to the converted bytes of src. The output space is the caller's upper bound, so one call is enough.
 // The text is made in a string of its own: src may point into dst.
 void ConvertText(const TextConversion& conversion, const char* src, size_t srcBytes, size_t space, CString& dst) {
@@ -71,6 +79,11 @@ void ConvertText(const TextConversion& conversion, const char* src, size_t srcBy
 }
 
 }  // namespace
+
+void KeepConvertersLoaded() {
+  static const auto* const kept = new KeptConverters;
+  static_cast<void>(kept);
+}
 
 void _strlwr(char* s) {
   if (s == nullptr) return;

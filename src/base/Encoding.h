@@ -4,6 +4,11 @@
 
 #include "base/CString.h"
 
+// Loads the converters of all conversions and keeps them for the life of the process. Without it the C library loads a
+// converter from its file when it is first wanted; when that fails for want of a descriptor it never tries again, and
+// every later conversion of the process fails. To be called early; any thread, any number of times.
+void KeepConvertersLoaded();
+
 // Lower-cases 'A'..'Z' in place up to the zero byte; all other bytes, GB2312 double-byte characters too, stay.
 void _strlwr(char* s);
 

@@ -1,4 +1,5 @@
 // The module's entry and the JavaScript class "DBCore".
+#include "base/Encoding.h"
 #include "binding/DbCore.h"
 #include "binding/DriverMethods.h"
 #include "driver/NapiCheck.h"
@@ -50,6 +51,7 @@ napi_value NewInstance(napi_env env) {
 }
 
 napi_value Init(napi_env env, napi_value exports) {
+  KeepConvertersLoaded();
   NapiCheck(env, DbCore::Init(env, exports));
   return exports;
 }

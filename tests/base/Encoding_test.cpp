@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <iconv.h>
+#include <sys/resource.h>
 
 #include <cerrno>
 #include <memory>
@@ -404,6 +405,20 @@ TEST_F(Gb2312Test, UnassignedPlacesDoNotConvert) {
   ASSERT_FALSE(unassigned_.empty());
   CaughtStderr caught;
   for (const std::string& gb : unassigned_) EXPECT_EQ("a", Utf8Of("a" + gb));
+}
+
+// While nothing else of this program has converted anything: in a process that has, the converters may be loaded.
+TEST(EncodingDescriptors, ConvertersThatAreKeptNeedNoDescriptor) {
+  KeepConvertersLoaded();
+  rlimit old{};
+  ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &old));
+  const rlimit none{0, old.rlim_max};
+  ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
+  EXPECT_EQ(kCharacterUtf8, Utf8Of(kCharacter));
+  EXPECT_EQ(kCharacter, FromUtf8(kCharacterUtf8));
+  EXPECT_EQ(kCharacter, FromUtf16({0x4E2D}));
+  EXPECT_EQ((std::vector<unsigned short>{0x4E2D}), Utf16Of(kCharacter, 0));
+  setrlimit(RLIMIT_NOFILE, &old);
 }
 
 }  // namespace

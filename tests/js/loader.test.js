@@ -10,6 +10,7 @@ const { test } = require('node:test');
 
 const INDEX = path.join(__dirname, '..', '..', 'index.js');
 const BUILT = path.join('build', 'Release', 'VqDBAccess.node');
+const LIBRARY = process.env.VQDB_TEST_ADDON ?? path.join(__dirname, '..', '..', BUILT); // one that loads
 const PREBUILT = path.join('prebuilds', `${process.platform}-${process.arch}`, 'VqDBAccess.node');
 const MACHINES = { x64: 0x3e, arm64: 0xb7, arm: 0x28 };
 const OWN = MACHINES[process.arch];
@@ -64,15 +65,15 @@ test('a prebuilt library that cannot be loaded gives the reason and the way out'
   assert.match(error.message, /npx vqdbaccess build$/);
 });
 
-test('the prebuilt library goes before one that was built here', (t) => {
+test('a library that was built here goes before the prebuilt one', (t) => {
   const folder = packageWith(t, { [BUILT]: OWN, [PREBUILT]: OWN });
-  assert.ok(errorOf(folder).message.includes(path.join(folder, PREBUILT)));
+  assert.ok(errorOf(folder).message.includes(path.join(folder, BUILT)));
 });
 
-test('a library that was built here is loaded where the prebuilt one cannot be', (t) => {
-  const folder = packageWith(t, { [PREBUILT]: OWN });
-  mkdirSync(path.dirname(path.join(folder, BUILT)), { recursive: true });
-  copyFileSync(path.join(__dirname, '..', '..', BUILT), path.join(folder, BUILT));
+test('the prebuilt library is loaded where one that was built here cannot be', (t) => {
+  const folder = packageWith(t, { [BUILT]: OWN });
+  mkdirSync(path.dirname(path.join(folder, PREBUILT)), { recursive: true });
+  copyFileSync(LIBRARY, path.join(folder, PREBUILT));
   assert.equal(typeof require(path.join(folder, 'index.js')).DBCore, 'function');
 });
 

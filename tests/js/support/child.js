@@ -10,12 +10,15 @@ const ADDON = path.join(__dirname, 'addon.js');
 /**
  * Runs `program` (text) in a Node.js of its own with `DBCore` and `args` at hand. Resolves to { code, signal, stdout,
  * stderr } when it has ended; after the bound it is killed, which shows as signal 'SIGKILL'. `onOutput` is called with
- * all that it has printed so far. Without `load` the program's main thread does not load the library.
+ * all that it has printed so far. Without `load` the program's main thread does not load the library. `limits` is what
+ * the shell's ulimit takes.
  */
-function runProgram(program, args = [], { bound = BOUND, onOutput = () => {}, load = true } = {}) {
+function runProgram(program, args = [], { bound = BOUND, onOutput = () => {}, load = true, limits } = {}) {
   const addon = load ? `const { DBCore } = require(${JSON.stringify(ADDON)});` : '';
   const source = `${addon}\nconst args = process.argv.slice(1);\n${program}`;
-  const child = spawn(process.execPath, ['-e', source, ...args], { stdio: ['ignore', 'pipe', 'pipe'] });
+  const limited = limits === undefined ? [] : ['sh', '-c', `ulimit ${limits} && exec "$0" "$@"`];
+  const [command, ...rest] = [...limited, process.execPath, '-e', source, ...args];
+  const child = spawn(command, rest, { stdio: ['ignore', 'pipe', 'pipe'] });
   const result = { stdout: '', stderr: '' };
   for (const stream of ['stdout', 'stderr']) {
     child[stream].setEncoding('utf8').on('data', (text) => {
