@@ -22,7 +22,7 @@ module.exports = [
   [
     'FileHeader.cpp',
     'negated ? 0 - value : value',
-    'value',
+    'negated ? value : value',
     'a negative number is the largest',
   ],
   [
