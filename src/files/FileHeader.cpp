@@ -2,8 +2,8 @@
 
 #include <strings.h>
 
-#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -30,8 +30,12 @@ class BoundedText {
   int size_ = 0;
 };
 
+// As strtoul where an unsigned long has 32 bits: a minus sign negates within them, too large a number is the largest.
 uint32_t HexValue(const char* text) {
-  return static_cast<uint32_t>(std::min<unsigned long long>(std::strtoull(text, nullptr, 16), UINT32_MAX));
+  const unsigned long long value = std::strtoull(text, nullptr, 16);
+  const bool negated = text[std::strspn(text, "\v\f")] == '-';  // no other white space is left in a value
+  const unsigned long long magnitude = negated ? 0 - value : value;
+  return magnitude > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(value);
 }
 
 bool IsYes(const char* text) { return strncasecmp(text, "Yes", 3) == 0; }

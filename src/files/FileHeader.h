@@ -40,5 +40,5 @@ int ReadHttpCont(const char* buf, int& pos, int len, char* name, int nameMax, ch
 
 // Reads header lines from the start of buf into info; returns the offset of the body: behind the empty line, or where
 // reading stopped. Names match in any case, unknown ones are skipped, a repeated one overwrites. Numbers above 32 bits
-// count as 0xFFFFFFFF.
+// count as 0xFFFFFFFF; negative ones as what they are modulo 2^32.
 int GetFileInfoByBuf(const char* buf, int len, SCFileInfo& info);

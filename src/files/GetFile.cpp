@@ -46,14 +46,14 @@ LocalPaths MakeLocalPaths(const CString& localDir, const CString& remotePath) {
   return paths;
 }
 
-bool IsCurrent(const struct stat& local, uint32_t fileTime, uint32_t fileSize) {
+bool IsCurrent(const struct stat64& local, uint32_t fileTime, uint32_t fileSize) {
   const int64_t modified = local.st_mtime;
   return modified >= int64_t{fileTime} - kTimeSlackS && modified <= int64_t{fileTime} + kTimeSlackS &&
          local.st_size == int64_t{fileSize};
 }
 
 // The request's lines on what the client holds; times and sizes are their low 32 bits.
-void AppendHolding(CString& request, const char* format, const struct stat& held) {
+void AppendHolding(CString& request, const char* format, const struct stat64& held) {
   char text[64];
   std::snprintf(text, sizeof text, format, static_cast<unsigned int>(held.st_mtime),
                 static_cast<unsigned int>(held.st_size));
@@ -140,12 +140,12 @@ int GetFile(const CString& remotePath, CSyncSocket& sock, char cmd, const CStrin
   CString request(&cmd, 1);
   if (prefix != nullptr) request += prefix;
   request += remotePath + "\r\n";
-  struct stat held{};
-  if (stat(local.plain.c_str(), &held) == 0) {
+  struct stat64 held{};
+  if (stat64(local.plain.c_str(), &held) == 0) {
     if (IsCurrent(held, fileTime, fileSize)) return 1;
     AppendHolding(request, "LastTime:%X\r\nSize:%X\r\n", held);
   }
-  if (stat(local.gz.c_str(), &held) == 0) AppendHolding(request, "gzTime:%X\r\ngzSize:%X\r\n", held);
+  if (stat64(local.gz.c_str(), &held) == 0) AppendHolding(request, "gzTime:%X\r\ngzSize:%X\r\n", held);
   request += "Hello:Yes\r\n\r\n";
   if (sock._Send(request.data(), static_cast<int>(request.size()), 0) <= 0) return 0;
 

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "gtest/gtest.h"
+#include "support/CaptureOutput.h"
 #include "support/HexBytes.h"
 #include "support/OpenDescriptors.h"
 #include "support/TempDir.h"
@@ -30,6 +31,13 @@ CDBDriver* SomeDriver() {
 }
 
 }  // namespace
+
+TEST(SNDrvInfoEx, HasItsFieldsInTheOrderOfTheFileAndThenTheDriver) {
+  const SNDrvInfoEx entry{3, 16, SomeDriver()};
+  EXPECT_EQ(3, entry.wDrvId);
+  EXPECT_EQ(16, entry.wTagCount);
+  EXPECT_EQ(SomeDriver(), entry.pDriver);
+}
 
 TEST(LoadPrjDrvInfo, OneRecordYieldsOneEntry) {
   Project project(FromHex("41 42 00 03 00 10 00"));
@@ -87,6 +95,36 @@ TEST(LoadPrjDrvInfo, ADirectoryInTheFilesPlaceLoadsNothing) {
   Drivers drivers;
   LoadPrjDrvInfo(CString(dir.Path()), drivers);
   EXPECT_TRUE(drivers.empty());
+}
+
+TEST(LoadPrjDrvInfo, WhatCannotBeReadIsNotReported) {
+  CaptureStdout out;
+  CaptureStderr err;
+  const TempDir dir;
+  Drivers drivers;
+  LoadPrjDrvInfo<SNDrvInfoEx>(CString(dir.Path()), drivers);
+  Project(FromHex("00 07 00 08")).Load();
+  Project(FromHex("41 42 00 03 00 10")).Load();
+  EXPECT_EQ("", out.Text());
+  EXPECT_EQ("", err.Text());
+}
+
+TEST(LoadPrjDrvInfo, AFileWithoutARecordLeavesTheMapAlone) {
+  for (const char* bytes : {"00 07 00 08", "41 42 00 03 00 10"}) {
+    Project project(FromHex(bytes));
+    project.drivers["AB"].pDriver = SomeDriver();
+    project.drivers[""].pDriver = SomeDriver();
+    EXPECT_EQ(2u, project.Load().size()) << bytes;
+    EXPECT_EQ(SomeDriver(), project.drivers.at("AB").pDriver);
+    EXPECT_EQ(SomeDriver(), project.drivers.at("").pDriver);
+  }
+}
+
+TEST(LoadPrjDrvInfo, NamesThatDifferInCaseAreTwo) {
+  Project project(FromHex("41 00 01 00 02 00") + FromHex("61 00 03 00 04 00"));
+  ASSERT_EQ(2u, project.Load().size());
+  EXPECT_EQ(1, project.drivers.at("A").wDrvId);
+  EXPECT_EQ(3, project.drivers.at("a").wDrvId);
 }
 
 TEST(LoadPrjDrvInfo, AgainResetsTheReferencesOfTheNamesInTheFileOnly) {

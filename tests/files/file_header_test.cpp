@@ -1,6 +1,7 @@
 #include "files/FileHeader.h"
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "gtest/gtest.h"
@@ -119,6 +120,18 @@ TEST(ReadHttpCont, APositionOutsideTheBytesReadsNothing) {
   EXPECT_EQ(-1, before.pos);
 }
 
+TEST(SCFileInfo, HasItsFieldsInTheOrderOfTheProtocol) {
+  const SCFileInfo info{true, false, true, false, true, 0xFFFFFFFEu, 0xFFFFFFFFu, "name"};
+  EXPECT_TRUE(info.useLast);
+  EXPECT_FALSE(info.exist);
+  EXPECT_TRUE(info.gz);
+  EXPECT_FALSE(info.append);
+  EXPECT_TRUE(info.hello);
+  EXPECT_EQ(0xFFFFFFFEu, info.fileTime);
+  EXPECT_EQ(0xFFFFFFFFu, info.size);
+  EXPECT_EQ("name", info.fileName);
+}
+
 TEST(GetFileInfoByBuf, AHeaderThatSaysNothingHasTheDefaults) {
   const Header header("\r\nbody");
   EXPECT_EQ(2, header.consumed);
@@ -164,6 +177,39 @@ TEST(GetFileInfoByBuf, AFlagIsTrueWhenItsValueBeginsWithYesInAnyCase) {
   }
 }
 
+TEST(GetFileInfoByBuf, EachFlagIsSetByItsOwnNameAloneAndClearedByAnyOtherValue) {
+  const std::vector<std::pair<std::string, bool SCFileInfo::*>> flags = {{"UseLast", &SCFileInfo::useLast},
+                                                                         {"Exist", &SCFileInfo::exist},
+                                                                         {"GZ", &SCFileInfo::gz},
+                                                                         {"Append", &SCFileInfo::append},
+                                                                         {"Hello", &SCFileInfo::hello}};
+  for (const auto& [name, field] : flags) {
+    const Header set("Exist:No\n" + name + ":Yes\n\n");
+    for (const auto& [other, otherField] : flags) EXPECT_EQ(other == name, set.info.*otherField) << name << other;
+    EXPECT_FALSE(Header(name + ":Yes\n" + name + ":No\n\n").info.*field) << name;
+  }
+}
+
+TEST(GetFileInfoByBuf, NamesMatchWhole) {
+  const Header header("Siz:1\nSizes:2\nGZip:Yes\nGZ.:Yes\nTime:3\nFileTimes:4\n\n");
+  EXPECT_EQ(0u, header.info.size);
+  EXPECT_EQ(0u, header.info.fileTime);
+  EXPECT_FALSE(header.info.gz);
+}
+
+TEST(GetFileInfoByBuf, FieldsThatNoLineNamesStayAsTheyWere) {
+  SCFileInfo info;
+  info.exist = false;
+  info.size = 7;
+  info.fileName = "kept";
+  const std::string text = "GZ:Yes\n\n";
+  EXPECT_EQ(8, GetFileInfoByBuf(text.data(), 8, info));
+  EXPECT_FALSE(info.exist);
+  EXPECT_TRUE(info.gz);
+  EXPECT_EQ(7u, info.size);
+  EXPECT_EQ("kept", info.fileName);
+}
+
 TEST(GetFileInfoByBuf, ARepeatedNameOverwritesAndUnknownOnesAreSkipped) {
   const Header header("Size:1\nColour:red\nSize:2\nHello:Yes\nHello:No\n\n");
   EXPECT_EQ(2u, header.info.size);
@@ -180,6 +226,17 @@ TEST(GetFileInfoByBuf, NumbersAreHexadecimalOf32Bits) {
   EXPECT_EQ(0u, Header("Size:\n\n").info.size);
   EXPECT_EQ(0u, Header("Size:none\n\n").info.size);
   EXPECT_EQ(0xAu, Header("Size:Axyz\n\n").info.size);
+}
+
+TEST(GetFileInfoByBuf, NegativeNumbersAreTakenModulo32Bits) {
+  EXPECT_EQ(0xFFFFFFFFu, Header("Size:-1\n\n").info.size);
+  EXPECT_EQ(0xFFFFFFFEu, Header("Size: \v-2\n\n").info.size);
+  EXPECT_EQ(1u, Header("Size:-FFFFFFFF\n\n").info.size);
+  EXPECT_EQ(0xFFFFFFFFu, Header("Size:-100000000\n\n").info.size);
+  EXPECT_EQ(0xFFFFFFFFu, Header("Size:-FFFFFFFFFFFFFFFFFFFF\n\n").info.size);
+  EXPECT_EQ(0u, Header("Size:-0\n\n").info.size);
+  EXPECT_EQ(0u, Header("Size:-+5\n\n").info.size);
+  EXPECT_EQ(5u, Header("Size:+5\n\n").info.size);
 }
 
 TEST(GetFileInfoByBuf, ACutHeaderIsConsumedWholeAndItsWholeLinesCount) {

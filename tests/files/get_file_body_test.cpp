@@ -4,6 +4,7 @@
 #include <unistd.h>
 #include <utime.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
 #include <utility>
@@ -136,6 +137,16 @@ TEST(GetFileBody, WithAppendIsAddedBehindTheContent) {
   EXPECT_EQ("old newer!", transfer.Read());
 }
 
+TEST(GetFileBody, WithAppendAndGzIsAddedToTheCompanion) {
+  Transfer transfer;
+  transfer.dir.Write("f", "plain");
+  transfer.dir.Write("f.gz", "old ");
+  transfer.server.Reply("Append:Yes\r\nGZ:Yes\r\nSize:6\r\n\r\nnew").Reply("er!");
+  EXPECT_EQ(1, transfer.Get());
+  EXPECT_EQ("old newer!", transfer.dir.Read("f.gz"));
+  EXPECT_EQ("plain", transfer.Read());
+}
+
 TEST(GetFileBody, WithAppendMakesAMissingFile) {
   Transfer transfer;
   transfer.server.Reply("Append:Yes\r\nSize:3\r\n\r\nnew");
@@ -158,9 +169,21 @@ TEST(GetFileBody, WithGzGoesIntoTheCompanionAndLeavesThePlainFile) {
 TEST(GetFileBody, ThatCannotBeKeptGivesOneWithoutBeingRead) {
   Transfer transfer;
   transfer.dir.MakeDir("f");  // a directory in the file's place
-  transfer.server.Reply("Size:10\r\n\r\nab").Reply("rest");
+  const long long before = TimeOf(transfer.File());
+  transfer.server.Reply("Size:10\r\nFileTime:64\r\n\r\nab").Reply("rest");
   EXPECT_EQ(1, transfer.Get());
   EXPECT_EQ(1u, transfer.server.asked.size());
+  EXPECT_TRUE(transfer.progress.calls.empty());
+  EXPECT_EQ(before, TimeOf(transfer.File())) << "no time is set";
+}
+
+TEST(GetFileBody, WhoseCompanionCannotBeKeptDoesNotGoIntoThePlainFile) {
+  Transfer transfer;
+  transfer.dir.Write("f", "plain");
+  transfer.dir.MakeDir("f.gz");
+  transfer.server.Reply("GZ:Yes\r\nSize:2\r\n\r\nab");
+  EXPECT_EQ(1, transfer.Get());
+  EXPECT_EQ("plain", transfer.Read());
   EXPECT_TRUE(transfer.progress.calls.empty());
 }
 
@@ -189,6 +212,52 @@ TEST(GetFileBody, AFailedReceiveGivesZeroKeepsThePartAndStampsIt) {
     EXPECT_EQ((Calls{{2, 0}}), transfer.progress.calls) << "no report of an end";
     EXPECT_EQ(before, OpenDescriptors());
   }
+}
+
+TEST(GetFileBody, AFailedCompanionIsKeptAndStampedToo) {
+  Transfer transfer;
+  transfer.dir.Write("f", "plain");
+  transfer.server.Reply("GZ:Yes\r\nSize:9\r\nFileTime:64\r\n\r\nab");
+  EXPECT_EQ(0, transfer.Get());
+  EXPECT_EQ("ab", transfer.dir.Read("f.gz"));
+  EXPECT_EQ(100, TimeOf(transfer.File() + ".gz"));
+  EXPECT_EQ("plain", transfer.Read());
+}
+
+namespace {
+
+// Looks at the file in each of its calls.
+class FileWatch : public IGetFileCB {
+ public:
+  explicit FileWatch(const TempDir& dir) : dir_(dir) {}
+
+  void OnProgress(int /*bytes*/, int done) override {
+    contents.push_back(dir_.Read("f"));
+    if (done == 0) return;
+    timeAtEnd = TimeOf(dir_.Path() + "f");
+    descriptorsAtEnd = OpenDescriptors();
+  }
+
+  std::vector<std::string> contents;
+  long long timeAtEnd = -1;
+  int descriptorsAtEnd = -1;
+
+ private:
+  const TempDir& dir_;
+};
+
+}  // namespace
+
+TEST(GetFileBody, IsWrittenWhenAChunkIsReportedAndClosedAndStampedAtTheEnd) {
+  const TempDir dir;
+  FakeFileServer server;
+  FileWatch watch(dir);
+  server.Reply("Size:6\r\nFileTime:64\r\n\r\nab").Reply("cd").Reply("ef");
+  const int before = OpenDescriptors();
+  EXPECT_EQ(1, GetFile("f", server, '4', CString(dir.Path()), 0, 0, &watch, nullptr));
+  EXPECT_EQ((std::vector<std::string>{"abcd", "abcdef"}), watch.contents);
+  EXPECT_EQ(100, watch.timeAtEnd);
+  EXPECT_EQ(before, watch.descriptorsAtEnd);
 }
 
 TEST(GetFileBody, OfTheGreatestSizeEndsWithThePeer) {
@@ -271,6 +340,40 @@ TEST(GetFileAcknowledgement, WithAPrefixTheWindowsAre38912And28672And18432And819
   EXPECT_EQ(expected, Acknowledgements(total - header.size() + 1, "", transfer));
 }
 
+TEST(GetFileAcknowledgement, BeginsWithTheFirstWindowInEachTransfer) {
+  Transfer transfer;
+  const size_t size = 38912 + 28672;
+  const std::vector<std::string> once = {Hello(38912), Hello(28672)};
+  EXPECT_EQ(once, Acknowledgements(size, "p", transfer));
+  transfer.server.sent.clear();
+  EXPECT_EQ(once, Acknowledgements(size, "p", transfer));
+  EXPECT_EQ(0, transfer.server.flagsSeen);
+}
+
+TEST(GetFileAcknowledgement, IsSentBehindTheReportOfItsLastChunkBeforeTheNextReceive) {
+  class Journal : public FakeFileServer, public IGetFileCB {
+   public:
+    int _Send(const void* buf, int len, int flags) override {
+      steps += 's';
+      return FakeFileServer::_Send(buf, len, flags);
+    }
+    int _Recv(void* buf, int len, int flags) override {
+      steps += 'r';
+      return FakeFileServer::_Recv(buf, len, flags);
+    }
+    void OnProgress(int /*bytes*/, int done) override { steps += done == 0 ? 'p' : 'e'; }
+    std::string steps;
+  };
+  const TempDir dir;
+  Journal server;
+  const std::string header = SizeHeader(38912, "Hello:Yes\r\n");
+  server.Reply(header + std::string(2048 - header.size(), 'x')).Reply(std::string(40000, 'y'));
+  EXPECT_EQ(1, GetFile("f", server, '4', CString(dir.Path()), 0, 0, &server, "p"));
+  std::string expected = "sr";  // 18 full receives behind the first one fill the window
+  for (int i = 0; i < 18; ++i) expected += "rp";
+  EXPECT_EQ(expected + "sre", server.steps);
+}
+
 TEST(GetFileAcknowledgement, NoReceiveCrossesAnAcknowledgementPoint) {
   Transfer transfer;
   transfer.server.Reply(SizeHeader(200000, "Hello:Yes\r\n") + "x");
@@ -283,7 +386,7 @@ TEST(GetFileAcknowledgement, NoReceiveCrossesAnAcknowledgementPoint) {
       since = 0;
       window = window > 10240 ? std::max(window - 10240, 8192) : 8192;
     }
-    EXPECT_LE(transfer.server.asked[i], std::min(window - since, 2048)) << i;
+    EXPECT_EQ(std::min(window - since, 2048), transfer.server.asked[i]) << i;
     since += transfer.server.asked[i];
   }
 }

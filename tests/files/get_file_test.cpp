@@ -2,12 +2,15 @@
 #include "files/GetFile.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 #include <utime.h>
 
 #include <string>
 
 #include "files/FakeFileServer.h"
 #include "gtest/gtest.h"
+#include "net/CReqTimeSock.h"
+#include "support/CaptureOutput.h"
 #include "support/HexBytes.h"
 #include "support/OpenDescriptors.h"
 #include "support/ScriptedPeer.h"
@@ -32,7 +35,7 @@ long long TimeOf(const std::string& file) {
 // A project directory and a server.
 struct Mirror {
   int Get(uint32_t fileTime = 0, uint32_t fileSize = 0, const char* prefix = nullptr, char cmd = '4') {
-    return GetFile("RecData/textlist", server, cmd, CString(dir.Path()), fileTime, fileSize, nullptr, prefix);
+    return GetFile("RecData/textlist", server, cmd, CString(dir.Path()), fileTime, fileSize, &progress, prefix);
   }
   std::string Write(const std::string& bytes, long long seconds, const std::string& suffix = "") {
     const std::string file = dir.Write("RecData/textlist" + suffix, bytes);
@@ -43,6 +46,7 @@ struct Mirror {
 
   TempDir dir;
   FakeFileServer server;
+  ProgressLog progress;
 };
 
 }  // namespace
@@ -93,12 +97,48 @@ TEST(GetFileRequest, TimesBeyond32BitsAreSentByTheirLow32) {
   EXPECT_EQ("4RecData/textlist\r\nLastTime:5\r\nSize:1\r\nHello:Yes\r\n\r\n", mirror.server.sent[0]);
 }
 
+TEST(GetFileRequest, SizesBeyond32BitsAreSentByTheirLow32AndAreNotCurrent) {
+  Mirror mirror;
+  const std::string plain = mirror.dir.Write("RecData/textlist", "");
+  const std::string gz = mirror.dir.Write("RecData/textlist.gz", "");
+  if (truncate64(plain.c_str(), 0x100000005LL) != 0 || truncate64(gz.c_str(), 0x2000000ABLL) != 0) {
+    GTEST_SKIP() << "this file system keeps no such sizes";
+  }
+  SetTime(plain, kTime);
+  SetTime(gz, 0x10);
+  EXPECT_EQ(0, mirror.Get(kTime, 5));
+  ASSERT_EQ(1u, mirror.server.sent.size());
+  EXPECT_EQ(
+      "4RecData/textlist\r\nLastTime:65A0B1C2\r\nSize:5\r\ngzTime:10\r\ngzSize:AB\r\nHello:Yes\r\n\r\n",
+      mirror.server.sent[0]);
+}
+
+TEST(GetFileRequest, TimesBefore1970AreSentByTheirLow32) {
+  Mirror mirror;
+  const std::string file = mirror.Write("x", -2);
+  if (TimeOf(file) != -2) GTEST_SKIP() << "this file system keeps no such times";
+  EXPECT_EQ(0, mirror.Get(kTime, 1));
+  EXPECT_EQ("4RecData/textlist\r\nLastTime:FFFFFFFE\r\nSize:1\r\nHello:Yes\r\n\r\n", mirror.server.sent[0]);
+}
+
+TEST(GetFileRequest, SentInPartIsNotRepeatedAndTheAnswerIsTaken) {
+  Mirror mirror;
+  mirror.dir.MakeDir("RecData");
+  mirror.server.sendResult = 5;
+  mirror.server.Reply("Size:2\r\n\r\nab");
+  EXPECT_EQ(1, mirror.Get());
+  EXPECT_EQ(1u, mirror.server.sent.size());
+  EXPECT_EQ("ab", mirror.Read());
+}
+
 TEST(GetFileCurrent, ThreeSecondsApartWithTheSameSizeSendsNothing) {
   for (const int apart : {-3, -1, 0, 3}) {
     Mirror mirror;
     mirror.Write("12345", static_cast<long long>(kTime) + apart);
     EXPECT_EQ(1, mirror.Get(kTime, 5)) << apart;
     EXPECT_TRUE(mirror.server.sent.empty());
+    EXPECT_TRUE(mirror.server.asked.empty());
+    EXPECT_TRUE(mirror.progress.calls.empty());
   }
 }
 
@@ -179,12 +219,30 @@ TEST(GetFileFailure, NoAnswerGivesZeroAndLeavesTheFileAlone) {
   }
 }
 
+TEST(GetFileFailure, PrintsNothing) {
+  CaptureStdout out;
+  CaptureStderr err;
+  for (const char* reply : {"", "Exist:No\r\n\r\n", "Size:5\r\n\r\nab", "Size:2\r\nGZ:Yes\r\n\r\nab"}) {
+    Mirror mirror;
+    mirror.dir.MakeDir("RecData/textlist.gz/in the way");
+    if (*reply != '\0') mirror.server.Reply(reply);
+    mirror.Get();
+    mirror.server.sendResult = -1;
+    mirror.Get();
+  }
+  EXPECT_EQ("", out.Text());
+  EXPECT_EQ("", err.Text());
+}
+
 TEST(GetFileExist, NoRemovesTheLocalFileOnlyAndGivesOne) {
   Mirror mirror;
   mirror.Write("old", kTime);
-  mirror.Write("gz", kTime, ".gz");
-  mirror.server.Reply("Exist: No\r\n\r\n");
+  const std::string gz = mirror.Write("gz", kTime, ".gz");
+  mirror.server.Reply("Exist: No\r\nGZ:Yes\r\nSize:3\r\n\r\nnew");
   EXPECT_EQ(1, mirror.Get());
+  EXPECT_EQ("gz", mirror.dir.Read("RecData/textlist.gz"));
+  EXPECT_EQ(kTime, TimeOf(gz));
+  EXPECT_TRUE(mirror.progress.calls.empty());
   EXPECT_FALSE(mirror.dir.Has("RecData/textlist"));
   EXPECT_TRUE(mirror.dir.Has("RecData/textlist.gz"));
   EXPECT_EQ(1u, mirror.server.asked.size());
@@ -211,6 +269,7 @@ TEST(GetFileUseLast, LeavesTheFileAndItsTimeUntouched) {
   EXPECT_EQ(1, mirror.Get());
   EXPECT_EQ("old", mirror.Read());
   EXPECT_EQ(kTime, TimeOf(file));
+  EXPECT_TRUE(mirror.progress.calls.empty());
 }
 
 TEST(GetFileOverTcp, FetchesAFileAndAcknowledgesItInTwoWindows) {
@@ -236,6 +295,27 @@ TEST(GetFileOverTcp, FetchesAFileAndAcknowledgesItInTwoWindows) {
   EXPECT_EQ(body, dir.Read("RecData/textlist"));
   EXPECT_EQ(kTime, TimeOf(dir.Path() + "RecData/textlist"));
   EXPECT_EQ(before + 1, OpenDescriptors()) << "the peer's end of the connection is open, nothing else";
+}
+
+TEST(GetFileOverTcp, EndsBehindTheLastByteReadAndLeavesTheConnectionToTheNextRequest) {
+  ScriptedPeer peer;
+  peer.Accept().ExpectBytes("4RecData/textlist\r\nHello:Yes\r\n\r\n").ReplyBytes("Size:800\r\n\r\n");
+  peer.ReplyBytes(std::string(2048, 'a')).ExpectBytes("4gone\r\nHello:Yes\r\n\r\n").ReplyBytes("Exist:No\r\n\r\n");
+  peer.ExpectBytes("next").ReplyBytes("answer").WaitClose().Start();
+  Mirror mirror;
+  mirror.dir.MakeDir("RecData");
+  CReqTimeSock sock;
+  ASSERT_EQ(1, sock.Create(0, SOCK_STREAM, nullptr, 0));
+  ASSERT_EQ(1, sock._Connect("127.0.0.1", peer.Port()));
+  EXPECT_EQ(1, GetFile("RecData/textlist", sock, '4', CString(mirror.dir.Path()), 0, 0, nullptr, nullptr));
+  EXPECT_EQ(std::string(2048, 'a'), mirror.Read());
+  EXPECT_EQ(1, GetFile("gone", sock, '4', CString(mirror.dir.Path()), 0, 0, nullptr, nullptr));
+  EXPECT_EQ(1, sock.SendAll("next", 4, 0));
+  char answer[6];
+  ASSERT_EQ(1, sock.RecvAll(answer, sizeof answer, 0));
+  EXPECT_EQ("answer", std::string(answer, sizeof answer));
+  sock.Close();
+  peer.Join();
 }
 
 TEST(GetFileOverTcp, ASilentServerEndsByTheSocketsTimeOut) {

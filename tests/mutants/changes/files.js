@@ -15,9 +15,15 @@ module.exports = [
   ],
   [
     'FileHeader.cpp',
-    'std::min<unsigned long long>(std::strtoull(text, nullptr, 16), UINT32_MAX)',
-    'std::strtoull(text, nullptr, 16)',
+    'magnitude > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(value)',
+    'static_cast<uint32_t>(value)',
     'a number above 32 bits is cut',
+  ],
+  [
+    'FileHeader.cpp',
+    'negated ? 0 - value : value',
+    'negated ? value : value',
+    'a negative number is the largest',
   ],
   [
     'FileHeader.cpp',
@@ -95,8 +101,7 @@ module.exports = [
     'GetFile.cpp',
     '  file_.Close();\n',
     '',
-    'the file is stamped before it is closed',
-    'each write goes to the file at once, so that the close does not change its time',
+    'the file is stamped and reported before it is closed',
   ],
   [
     'GetFile.cpp',
