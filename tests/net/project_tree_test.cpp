@@ -410,7 +410,8 @@ TEST(ReqSend, AfterAShortSendBeginsAgainFromTheStartUntilTheTotalReachesTheLengt
     session.Open(peer);
     FakeSystem fake;
     std::vector<size_t> asked;
-    fake.onSend = [&](int, size_t len, int, const FakeSystem::RealTransfer& real) {
+    fake.onSend = [&](int, size_t len, int flags, const FakeSystem::RealTransfer& real) {
+      EXPECT_EQ(MSG_NOSIGNAL, flags);
       asked.push_back(len);
       return real(asked.size() < 3 ? 3 : 4);
     };
