@@ -14,7 +14,6 @@
 #include <strings.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -39,7 +38,7 @@ using Bytes = std::vector<unsigned char>;
 
 constexpr int kPacketRoom = 512;                         // every send and receive buffer
 constexpr unsigned int kBodyRoom = kPacketRoom - 1;      // behind the type byte
-constexpr int kHostNameRoom = 236;
+constexpr int kHostNameRoom = 236;                       // with the terminating zero
 constexpr int kLanReplyBytes = 10;                       // '7' "lan" address port
 constexpr unsigned int kAckBytes = 59;
 constexpr unsigned int kMinSecondReply = kAckBytes + 1;  // type byte and acknowledgement
@@ -54,9 +53,7 @@ bool IsRelayAddress(const CString& address) { return strncasecmp(address.c_str()
 
 // The port behind a direct address's colon; 80 when there is no usable one.
 unsigned int ParsePort(const char* text) {
-  // Clamped to 32 bits so that a long is read alike whatever its width.
-  const long value = std::clamp<long>(std::strtol(text, nullptr, 10), INT32_MIN, INT32_MAX);
-  const unsigned int port = static_cast<unsigned int>(value) & 0xFFFFu;
+  const unsigned int port = static_cast<unsigned int>(std::strtol(text, nullptr, 10)) & 0xFFFFu;
   return port != 0 ? port : kDefaultPort;
 }
 
@@ -211,7 +208,8 @@ uint32_t CClientSock::RegisterNotify(Registration& reg, CString& projectName, CS
   notifySock.SetKeepAlive(kKeepAliveIdleS, kKeepAliveIntervalS, kKeepAliveProbes);
 
   char host[kHostNameRoom] = {};
-  gethostname(host, sizeof host - 1);
+  gethostname(host, sizeof host);  // a failure leaves the name empty
+  host[kHostNameRoom - 1] = '\0';  // a longer name may come without its zero
   Bytes body(reg.identifier, reg.identifier + kGuidBytes);
   AppendText(body, host);
   body.push_back(flag ? 1 : 0);

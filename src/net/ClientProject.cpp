@@ -85,15 +85,15 @@ int CClientSock::AfterConnect(const char* address, const CString& projectName, C
   server.Replace(":", "_");
   const CString serverDir(kMirrorRoot + server);
   MakeDir(serverDir, true);
-  const CString utf8Dir(serverDir + "/" + utf8Name + "/");
+  const CString utf8Dir(serverDir + "/" + utf8Name);
   MakeDir(utf8Dir, true);
 
   projectPath = kMirrorRoot + InternalForm(server) + "/" + projectName + "/";
-  const CString ownDir(serverDir + "/" + projectName + "/");
+  const CString ownDir(serverDir + "/" + projectName);
   if (ownDir != utf8Dir) MakeDir(ownDir, true);
-  MakeSubdirectories(ownDir);
+  MakeSubdirectories(CString(ownDir + "/"));
   // Files are stored under the UTF-8 form of their path, so a name that is not plain ASCII needs the tree there too.
-  if (ownDir != utf8Dir && !utf8Name.empty()) MakeSubdirectories(utf8Dir);
+  if (ownDir != utf8Dir && !utf8Name.empty()) MakeSubdirectories(CString(utf8Dir + "/"));
   return 1;
 }
 

@@ -6,10 +6,25 @@
 #include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
 
 namespace {
 
 thread_local FakeSystem* current = nullptr;
+
+std::string DirectoryCall(const char* name, const char* path, mode_t mode) {
+  char octal[16];
+  snprintf(octal, sizeof octal, "%o", static_cast<unsigned int>(mode));
+  return std::string(name) + " " + path + " " + octal;
+}
+
+bool Refused() {
+  if (current == nullptr || !current->refuseDirectories) return false;
+  errno = EACCES;
+  return true;
+}
 
 }  // namespace
 
@@ -19,6 +34,11 @@ FakeSystem::~FakeSystem() { current = nullptr; }
 extern "C" {
 
 int __real_gethostname(char* name, size_t len);
+int __real_close(int fd);
+int __real_usleep(useconds_t pause);
+time_t __real_time(time_t* out);
+int __real_mkdir(const char* path, mode_t mode);
+int __real_chmod(const char* path, mode_t mode);
 int __real_connect(int fd, const sockaddr* addr, socklen_t len);
 ssize_t __real_recv(int fd, void* buf, size_t len, int flags);
 ssize_t __real_send(int fd, const void* buf, size_t len, int flags);
@@ -52,11 +72,41 @@ int __wrap_gethostbyname_r(const char* name, hostent* entry, char* room, size_t 
 }
 
 int __wrap_gethostname(char* name, size_t len) {
+  if (current != nullptr) {
+    current->hostNameRoom = len;
+    if (current->noHostName) return -1;
+  }
   if (current == nullptr || current->hostName.empty()) return __real_gethostname(name, len);
   strncpy(name, current->hostName.c_str(), len);
   if (current->hostName.size() < len) return 0;
   errno = ENAMETOOLONG;
   return -1;
+}
+
+int __wrap_close(int fd) {
+  if (current != nullptr) current->closed.push_back(fd);
+  return __real_close(fd);
+}
+
+int __wrap_usleep(useconds_t pause) {
+  if (current != nullptr) current->calls.push_back("usleep " + std::to_string(pause));
+  return __real_usleep(pause);
+}
+
+time_t __wrap_time(time_t* out) {
+  if (current == nullptr || !current->now) return __real_time(out);
+  if (out != nullptr) *out = *current->now;
+  return *current->now;
+}
+
+int __wrap_mkdir(const char* path, mode_t mode) {
+  if (current != nullptr) current->calls.push_back(DirectoryCall("mkdir", path, mode));
+  return Refused() ? -1 : __real_mkdir(path, mode);
+}
+
+int __wrap_chmod(const char* path, mode_t mode) {
+  if (current != nullptr) current->calls.push_back(DirectoryCall("chmod", path, mode));
+  return Refused() ? -1 : __real_chmod(path, mode);
 }
 
 int __wrap_connect(int fd, const sockaddr* addr, socklen_t len) {

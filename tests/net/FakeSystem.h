@@ -6,8 +6,10 @@
 #include <netinet/in.h>
 #include <sys/types.h>
 
+#include <ctime>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,8 +28,22 @@ class FakeSystem {
   // Bytes that a look-up demands of its buffer before it answers.
   size_t lookupRoom = 0;
 
-  // The local host name; empty: the system's.
+  // The local host name; empty: the system's. The room that was offered for it; whether asking for it fails.
   std::string hostName;
+  size_t hostNameRoom = 0;
+  bool noHostName = false;
+
+  // time(nullptr), when set.
+  std::optional<time_t> now;
+
+  // Directories can neither be made nor given a mode.
+  bool refuseDirectories = false;
+
+  // Some calls in their order: "usleep 0", "mkdir PATH 700", "chmod PATH 700". A test may add others.
+  std::vector<std::string> calls;
+
+  // The descriptors closed, in their order.
+  std::vector<int> closed;
 
   // Called in place of the system call when set, with the call's arguments; the result is the call's own (errno set
   // for -1). real does the call: a transfer with as many bytes as it is given.

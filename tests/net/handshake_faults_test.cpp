@@ -1,8 +1,11 @@
 // The registration with a server that fails, cuts or lies at some step: each ends with its code, within bounds.
 #include <arpa/inet.h>
+#include <sys/time.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "gtest/gtest.h"
 #include "net/CClientSock.h"
@@ -24,6 +27,18 @@ struct Attempt {
   CString second = "before";
   SNAckRegReq ack;
 };
+
+// The receive and the send time-out of a connection, in seconds.
+std::vector<long> TimeOutsOf(const CSyncSocket& sock) {
+  std::vector<long> seconds;
+  for (const int option : {SO_RCVTIMEO, SO_SNDTIMEO}) {
+    timeval time{};
+    socklen_t len = sizeof time;
+    EXPECT_EQ(0, getsockopt(sock.Descriptor(), SOL_SOCKET, option, &time, &len));
+    seconds.push_back(static_cast<long>(time.tv_sec));
+  }
+  return seconds;
+}
 
 // A server that answers the registration of the request connection with first (then closes it when it is empty).
 uint32_t ResultOfFirstReply(const std::string& first) {
@@ -205,6 +220,56 @@ TEST(Handshake, TheNextCallClosesWhatAFailureLeftOpen) {
     EXPECT_EQ(before + 4, OpenDescriptors()) << "both ends of two connections";
   }
   EXPECT_EQ(before + 2, OpenDescriptors());
+}
+
+TEST(SecondExchange, ARefusalLeavesOutputsAndConnectionsAsTheyWere) {
+  for (const bool relayed : {false, true}) {
+    ScriptedPeer peer("127.77.3.1", relayed ? 3968 : 0);
+    peer.Accept().ReceiveSome().Reply("37").Accept().ReceiveSome().ReplyBytes(Scrambled("0")).Start();
+    Attempt attempt;
+    for (uint8_t& byte : attempt.ack.bytes) byte = 16;
+    EXPECT_EQ(kHandshakeClientRefused, attempt.Connect(relayed ? "p2p(127.77.3.1):dev" : peer.Address()));
+    peer.Join();
+    EXPECT_EQ("before", attempt.project);
+    EXPECT_EQ("before", attempt.second);
+    for (const uint8_t byte : attempt.ack.bytes) EXPECT_EQ(16, byte);
+    const std::vector<long> handshakeTimeOuts(2, relayed ? 13 : 8);
+    EXPECT_EQ(handshakeTimeOuts, TimeOutsOf(attempt.session.requestSock));
+    EXPECT_EQ(handshakeTimeOuts, TimeOutsOf(attempt.session.notifySock)) << "not yet those of a session";
+  }
+}
+
+TEST(Handshake, BeginsByClosingTheRequestThenTheNotificationConnection) {
+  Attempt attempt;
+  EXPECT_EQ(1, attempt.session.requestSock.Create(0, SOCK_STREAM, nullptr, 0));
+  EXPECT_EQ(1, attempt.session.notifySock.Create(0, SOCK_STREAM, nullptr, 0));
+  const std::vector<int> open = {attempt.session.requestSock.Descriptor(), attempt.session.notifySock.Descriptor()};
+  FakeSystem fake;
+  EXPECT_EQ(kHandshakeBadAddress, attempt.Connect("p2p"));
+  EXPECT_EQ(open, fake.closed);
+}
+
+TEST(Handshake, SeedsTheRandomGeneratorWithTheTimeBeforeItLooksAtTheAddress) {
+  FakeSystem fake;
+  fake.now = 12345;
+  Attempt attempt;
+  EXPECT_EQ(kHandshakeBadAddress, attempt.Connect("p2p"));
+  const int drawn = rand();
+  srand(12345);
+  EXPECT_EQ(rand(), drawn);
+}
+
+TEST(Handshake, AFailureInEitherModeLeavesTheLocalDatabaseFlagCleared) {
+  FakeSystem fake;
+  fake.onConnect = [](int, const sockaddr_in&, const std::function<int()>&) {
+    errno = ECONNREFUSED;
+    return -1;
+  };
+  for (const char* address : {"127.0.0.1", "p2p", "p2p:dev"}) {
+    Attempt attempt;
+    EXPECT_NE(kHandshakeOk, attempt.Connect(address));
+    EXPECT_FALSE(attempt.session.localDB) << address;
+  }
 }
 
 TEST(Handshake, SecondAndLaterCallsResetFixedPeers) {

@@ -129,9 +129,21 @@ TEST(DirectHandshake, ALongHostNameIsCutToItsRoomAndStaysTerminated) {
   Attempt attempt;
   EXPECT_EQ(kHandshakeOk, attempt.Connect(peer.Address()));
   peer.Join();
+  EXPECT_EQ(236u, fake.hostNameRoom);
   const std::string body = Unscrambled(peer.Received(1).substr(1));
   EXPECT_EQ(16u + 235u + 3u, body.size());
   EXPECT_EQ(FromHex("00 01 01"), body.substr(16 + 235));
+}
+
+TEST(DirectHandshake, AHostNameThatCannotBeHadIsSentAsAnEmptyOne) {
+  ScriptedPeer peer;
+  AddHandshake(peer, "Plant").Start();
+  FakeSystem fake;
+  fake.noHostName = true;
+  Attempt attempt;
+  EXPECT_EQ(kHandshakeOk, attempt.Connect(peer.Address()));
+  peer.Join();
+  EXPECT_EQ("00 01 01", ToHex(Unscrambled(peer.Received(1).substr(1)).substr(16)));
 }
 
 TEST(DirectHandshake, SetsTimeOutsAndOptionsOfBothConnections) {
@@ -268,6 +280,60 @@ TEST(DirectHandshake, TheLongestBodyThatCanBeScrambledIsSentWhole) {
   EXPECT_EQ(kHandshakeRefused, attempt.Connect(host + ":3968"));
   peer.Join();
   EXPECT_EQ(host + '\0', Unscrambled(peer.Received(0).substr(1)).substr(22));
+}
+
+TEST(DirectHandshake, ABodyOfOneByteMoreIsSentAsItsTypeByteAlone) {
+  const std::string stem = "127.77.1.7 ";
+  const std::string host = stem + std::string(381 - 23 - stem.size(), 'x');
+  ScriptedPeer peer("127.77.1.7", 3968);
+  peer.Accept().ReceiveSome().Reply("30").Start();
+  Attempt attempt;
+  EXPECT_EQ(kHandshakeRefused, attempt.Connect(host + ":3968"));
+  peer.Join();
+  EXPECT_EQ("37", ToHex(peer.Received(0)));
+}
+
+TEST(DirectHandshake, TheTwoExchangesFollowEachOtherWithTwoYields) {
+  ScriptedPeer peer;
+  AddHandshake(peer, "Plant").Start();
+  FakeSystem fake;
+  fake.hostName = "p";
+  fake.onConnect = [&](int, const sockaddr_in&, const std::function<int()>& real) {
+    fake.calls.push_back("connect");
+    return real();
+  };
+  fake.onSend = [&](int, size_t len, int, const FakeSystem::RealTransfer& real) {
+    fake.calls.push_back("send " + std::to_string(len));
+    return real(len);
+  };
+  fake.onRecv = [&](int, size_t len, int, const FakeSystem::RealTransfer& real) {
+    fake.calls.push_back("recv " + std::to_string(len));
+    return real(len);
+  };
+  Attempt attempt;
+  EXPECT_EQ(kHandshakeOk, attempt.Connect(peer.Address()));
+  peer.Join();
+  EXPECT_EQ((Texts{"connect", "send 23", "recv 512", "usleep 0", "connect", "send 28", "recv 512", "usleep 0"}),
+            fake.calls);
+}
+
+TEST(DirectHandshake, TheFirstSendIsTimedAndTheSecondIsNot) {
+  ScriptedPeer peer;
+  AddHandshake(peer, "Plant").Start();
+  FakeSystem fake;
+  fake.now = 1000;
+  Attempt attempt;
+  fake.now = 2000;
+  int sends = 0;
+  fake.onSend = [&](int, size_t len, int, const FakeSystem::RealTransfer& real) {
+    EXPECT_EQ(2000, attempt.session.requestSock.LastSend()) << "noted before the send";
+    if (sends++ == 0) fake.now = 3000;
+    return real(len);
+  };
+  EXPECT_EQ(kHandshakeOk, attempt.Connect(peer.Address()));
+  peer.Join();
+  EXPECT_EQ(2, sends);
+  EXPECT_EQ(2000, attempt.session.requestSock.LastSend());
 }
 
 TEST(RelayHandshake, RegistersWithTheRelayByDeviceName) {
@@ -409,6 +475,32 @@ TEST(LanRedirect, AFirstReplyOfNineBytesIsNone) {
   EXPECT_EQ("", out.Text());
   relay.Join();
   EXPECT_FALSE(attempt.session.sameLan);
+}
+
+TEST(LanRedirect, IsNoneWithOtherLettersThanLan) {
+  for (const char* letters : {"lax", "xan", "lin"}) {
+    ScriptedPeer relay("127.77.2.6", 3968);
+    relay.Accept().ReceiveSome().ReplyBytes(LanReply("127.0.0.1", 1, letters)).Accept().ReceiveSome();
+    relay.ReplyBytes(Scrambled(PlainSecondReply("Plant"))).Start();
+    Attempt attempt;
+    CaptureStdout out;
+    EXPECT_EQ(kHandshakeOk, attempt.Connect("p2p(127.77.2.6):dev1"));
+    EXPECT_EQ("", out.Text());
+    relay.Join();
+  }
+}
+
+TEST(LanRedirect, GivesTheResultOfTheLastHop) {
+  ScriptedPeer server;
+  server.Accept().ReceiveSome().Reply("37").Accept().ReceiveSome().ReplyBytes(Scrambled("0")).Start();
+  ScriptedPeer relay("127.77.2.7", 3968);
+  relay.Accept().ReceiveSome().ReplyBytes(LanReply("127.0.0.1", server.Port())).Start();
+  Attempt attempt;
+  const CaptureStdout out;
+  EXPECT_EQ(kHandshakeClientRefused, attempt.Connect("p2p(127.77.2.7):dev1"));
+  relay.Join();
+  server.Join();
+  EXPECT_TRUE(attempt.session.sameLan);
 }
 
 TEST(LanRedirect, IsNoneAtAnotherPortThan3968) {

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <set>
 #include <string>
@@ -110,6 +111,40 @@ TEST(ProjectTree, ASecondCallLeavesItUnchanged) {
   EXPECT_EQ(path, session.projectPath);
   EXPECT_EQ(before, Below(mirror.Path()));
   EXPECT_EQ(5u, fs::file_size(std::string(path) + "RecData/drvinfo.dat"));
+}
+
+TEST(ProjectTree, IsMadeInOneOrder) {
+  FakeSystem fake;
+  fake.refuseDirectories = true;
+  Session session;
+  EXPECT_EQ(1, session.AfterConnect("h:net-tree-10", "Plant", session.error));
+  const std::string server = "/tmp/vqbrowser/h_net-tree-10";
+  const std::string project = server + "/Plant";
+  std::vector<std::string> calls = {"mkdir /tmp/vqbrowser/ 700"};
+  for (const std::string& dir : {server, project}) {
+    calls.push_back("mkdir " + dir + " 700");
+    calls.push_back("chmod " + dir + " 700");
+  }
+  for (const char* name : {"Window/", "3DWnd/", "Report/", "CtmGph/", "ScnDrv/", "DBDrv/", "Media/", "SysCfg/",
+                           "RecData/", "ExtData/", "RecData/Event/", "RecData/Alarm2/"}) {
+    const std::string dir = project + "/" + name;
+    calls.push_back("mkdir " + dir + " 700");
+    if (dir.find("RecData/E") != std::string::npos || dir.find("RecData/A") != std::string::npos) {
+      calls.push_back("chmod " + dir + " 700");
+    }
+  }
+  EXPECT_EQ(calls, fake.calls);
+}
+
+TEST(ProjectTree, WithoutItsRootFailsNothingAndThePathIsStillSet) {
+  FakeSystem fake;
+  fake.refuseDirectories = true;
+  Session session;
+  session.error = "before";
+  EXPECT_EQ(1, session.AfterConnect("net-tree-11", "Plant", session.error));
+  EXPECT_EQ("/tmp/vqbrowser/net-tree-11/Plant/", session.projectPath);
+  EXPECT_EQ("before", session.error);
+  EXPECT_FALSE(fs::exists("/tmp/vqbrowser/net-tree-11"));
 }
 
 TEST(ProjectTree, ThatCannotBeMadeFailsNothingAndThePathIsStillSet) {
@@ -236,10 +271,15 @@ TEST(ProjectPathRequest, ALongReplyIsReadUpTo2048Bytes) {
   peer.Accept().Expect("33").ReplyBytes("3" + std::string(5000, 'p')).Start();
   Session session;
   FakeSystem fake;
-  fake.onRecv = [](int, size_t len, int, const FakeSystem::RealTransfer& real) { return real(len); };
+  std::vector<size_t> asked;
+  fake.onRecv = [&](int, size_t len, int, const FakeSystem::RealTransfer& real) {
+    asked.push_back(len);
+    return real(len);
+  };
   session.Open(peer);
   CString path, s2, s3, s4;
   EXPECT_EQ(1, session.GetPrjPath(path, s2, s3, s4));
+  EXPECT_EQ(std::vector<size_t>{2048}, asked);
   EXPECT_LE(path.size(), 2047u);
   EXPECT_GE(path.size(), 1u);
   EXPECT_EQ("", s2);
@@ -260,6 +300,37 @@ TEST(ProjectPathRequest, FailuresGiveZeroAndLeaveTheTextsAlone) {
   Session unconnected;
   CString path, s2, s3, s4;
   EXPECT_EQ(0, unconnected.GetPrjPath(path, s2, s3, s4));
+}
+
+TEST(ProjectPathRequest, WithoutItsByteSentWaitsForNoReply) {
+  for (const ssize_t result : {-1, 0}) {
+    Session session;
+    FakeSystem fake;
+    fake.onSend = [&](int, size_t len, int, const FakeSystem::RealTransfer&) {
+      EXPECT_EQ(1u, len);
+      errno = EAGAIN;
+      return result;
+    };
+    int receives = 0;
+    fake.onRecv = [&](int, size_t, int, const FakeSystem::RealTransfer&) {
+      ++receives;
+      return ssize_t{-1};
+    };
+    CString path = "x", s2, s3, s4;
+    EXPECT_EQ(0, session.GetPrjPath(path, s2, s3, s4));
+    EXPECT_EQ("x", path);
+    EXPECT_EQ(0, receives);
+  }
+}
+
+TEST(ProjectPathRequest, IsALastSend) {
+  FakeSystem fake;
+  fake.now = 1000;
+  Session session;
+  fake.now = 2000;
+  CString path, s2, s3, s4;
+  EXPECT_EQ(0, session.GetPrjPath(path, s2, s3, s4));
+  EXPECT_EQ(2000, session.requestSock.LastSend()) << "also one that fails";
 }
 
 TEST(ProjectPathRequest, NothingOfAnEarlierReplyShowsInALaterOne) {
@@ -305,11 +376,15 @@ TEST(ReqSend, SendsTheRequestAndGivesItsLength) {
   ScriptedPeer peer;
   peer.Accept().Expect("61 62 63").WaitClose().Start();
   {
+    FakeSystem fake;
+    fake.now = 1000;
     Session session;
     session.Open(peer);
-    const time_t before = time(nullptr);
+    EXPECT_EQ(0, session.ReqSend("abc", 0));
+    EXPECT_EQ(1000, session.requestSock.LastSend()) << "nothing was sent since the construction";
+    fake.now = 2000;
     EXPECT_EQ(3, session.ReqSend("abc", 3));
-    EXPECT_GE(session.requestSock.LastSend(), before);
+    EXPECT_EQ(2000, session.requestSock.LastSend());
   }
   peer.Join();
 }
@@ -335,7 +410,8 @@ TEST(ReqSend, AfterAShortSendBeginsAgainFromTheStartUntilTheTotalReachesTheLengt
     session.Open(peer);
     FakeSystem fake;
     std::vector<size_t> asked;
-    fake.onSend = [&](int, size_t len, int, const FakeSystem::RealTransfer& real) {
+    fake.onSend = [&](int, size_t len, int flags, const FakeSystem::RealTransfer& real) {
+      EXPECT_EQ(MSG_NOSIGNAL, flags);
       asked.push_back(len);
       return real(asked.size() < 3 ? 3 : 4);
     };

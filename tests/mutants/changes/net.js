@@ -224,9 +224,9 @@ module.exports = [
   ],
   [
     'ClientHandshake.cpp',
-    'std::clamp<long>(std::strtol(text, nullptr, 10), INT32_MIN, INT32_MAX)',
-    'std::strtol(text, nullptr, 10)',
-    'a port beyond 32 bits is read otherwise where long has 64',
+    'std::strtol(text, nullptr, 10)) & 0xFFFFu',
+    'std::strtol(text, nullptr, 10))',
+    'a port is not cut to 16 bits: 65536 is not taken for 80',
   ],
   ['ClientHandshake.cpp', 'return port != 0 ? port : kDefaultPort;', 'return port;', 'port 0 stays'],
   ['ClientHandshake.cpp', '  sock.SetNoDelay();  // requests', '  // requests', 'small requests wait for others'],
@@ -276,7 +276,6 @@ module.exports = [
     '  srand(static_cast<unsigned int>(time(nullptr)));  // process-wide, once an attempt\n',
     '',
     'the generator is not seeded for each attempt',
-    'making the identifier seeds it with the same second before anything is drawn',
   ],
   ['ClientHandshake.cpp', "address.rfind(':')", "address.find(':')", 'the first colon ends the host'],
   [
