@@ -42,6 +42,26 @@ TEST_F(CoreRequestsTest, RequestAllFailsWhenNothingCanBeSent) {
   EXPECT_EQ(TestCore(js.Env()).RequestAll("L", 1, 4, reply), 0);
 }
 
+TEST_F(CoreRequestsTest, RequestsThatTheServerDoesNotTakeFailAfterTheirTimeOutAndTheNextSessionWorks) {
+  const std::string filler(4096, '\0');
+  const int fd = core->requestSock.Descriptor();
+  while (send(fd, filler.data(), filler.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0) {
+  }
+  ASSERT_EQ(errno, EAGAIN);
+  core->requestSock.SetTimeOut(50);
+  char reply[4];
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(core->RequestAll("L", 1, 4, reply), 0);
+  EXPECT_FALSE(core->GetTagId(0, "A", id));
+  EXPECT_FALSE(core->UnadviseTag(1));
+  EXPECT_GE(Since(begin).count(), 140);
+  EXPECT_LT(Since(begin), kPromptly);
+  core->_Disconnect();
+  Connect();
+  server.Answer(FromHex("4C 01 00"));
+  EXPECT_TRUE(core->GetTagId(0, "A", id));
+}
+
 TEST_F(CoreRequestsTest, RequestAllDoesNotTouchTheTimeOfTheLastSendAndGetTagIdDoes) {
   SystemHooks hooks;
   hooks.SetTime(4000000000);

@@ -155,6 +155,20 @@ TEST_F(DisconnectTest, ASessionWithoutAThreadEndsAtOnce) {
   EXPECT_FALSE(core->semReady);
 }
 
+TEST_F(DisconnectTest, AfterASessionWithoutAThreadTheNextOneHasItsNotifications) {
+  server.Open();
+  {
+    SystemHooks hooks;
+    hooks.RefuseThreads();
+    EXPECT_EQ(core->_Connect(server.Address().c_str(), "user", "word"), 0);
+  }
+  server.Opened();
+  Connect();
+  FollowedDriver("Pump");
+  server.Notify(Change(0, 1, 7));
+  EXPECT_EQ(Changes(1), std::vector<std::string>{"('Pump', 'B', 7)"});
+}
+
 TEST_F(DisconnectTest, ManySessionsLeaveNothingBehind) {
   Connect();
   core->_Disconnect();
