@@ -132,8 +132,7 @@ void CDBCore::LoadAlarmLists() {
 void CDBCore::LoadAlarmList(const char* file, std::vector<CString>& list) {
   if (!list.empty()) return;
   requestSock.BackInStep();
-  GetFile(file, requestSock, '4', projectPath, 0, 0, nullptr, nullptr);
-  requestSock.MarkOutOfStep();  // a file that cannot be stored leaves its body on the connection
+  if (GetFile(file, requestSock, '4', projectPath, 0, 0, nullptr, nullptr) == 0) requestSock.MarkOutOfStep();
   InitStringList(CString(projectPath + file).c_str(), list);
 }
 

@@ -216,7 +216,7 @@ int CDBCore::GetPrjFile(const CString& name, const std::map<CString, SNFileInfo>
     const SNFileInfo wanted = listed != files.end() ? listed->second : SNFileInfo{kUnknownFile, kUnknownFile};
     const int result =
         GetFile(name, sock, '4', projectPath, wanted.fileTime, wanted.fileSize, nullptr, nullptr);
-    sock.MarkOutOfStep();  // a file that cannot be stored leaves its body on the connection
+    if (result == 0) sock.MarkOutOfStep();
     return result;
   }
   CString local;

@@ -65,7 +65,7 @@ bool CDBCore::UnadviseTag(int32_t id) {
   uint8_t request[5] = {'d'};
   wire::StoreU32(request + 1, static_cast<uint32_t>(id));
   requestSock.BackInStep();
-  if (requestSock._Send(request, sizeof request, 0) == 0) return false;
+  if (requestSock._Send(request, sizeof request, 0) == 0) return false;  // intended: after -1 the answer decides
   uint8_t reply[kReplyRoom] = {};
   requestSock._Recv(reply, kReplyRoom, 0);
   if (reply[0] == 'd') return true;

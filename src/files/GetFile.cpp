@@ -86,7 +86,10 @@ class BodyTransfer {
 
 int BodyTransfer::Run(const CString& path, const char* first, int n, int headerLen) {
   const int flags = O_WRONLY | O_CREAT | (info_.append ? 0 : O_TRUNC);
-  if (!file_.OpenA(path.c_str(), flags, false)) return 1;  // intended: a file that cannot be kept fails nothing
+  if (!file_.OpenA(path.c_str(), flags, false)) {
+    sock_.MarkOutOfStep();  // the body stays on the connection
+    return 1;               // intended: a file that cannot be kept fails nothing
+  }
   if (info_.append) file_.Seek(0, SEEK_END);
   file_.Write(first + headerLen, static_cast<unsigned int>(n - headerLen));
   lastReceive_ = n;

@@ -19,7 +19,7 @@ class CReqTimeSock : public CScnSocket {
 
   // Tells that an answer was not taken whole: it timed out, was cut short, or was out of place. What is left of it, or
   // comes late, must not be taken for the answer of the next request.
-  void MarkOutOfStep() { outOfStep_ = true; }
+  void MarkOutOfStep() override { outOfStep_ = true; }
 
   // To be called before a request: throws away what came in behind an answer that was not taken whole. Never waits,
   // and throws away at most kMaxStrayBytes. Without such an answer does nothing.

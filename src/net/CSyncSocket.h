@@ -96,6 +96,10 @@ class CSyncSocket {
   // The descriptor stays open, so that its number cannot be given to someone else while that thread may use it.
   void Shutdown();
 
+  // Told when an answer was not taken whole. A connection that carries one request after another overrides it; here it
+  // does nothing.
+  virtual void MarkOutOfStep() {}
+
   // Closes the descriptor if IsSocket(); the object is empty afterwards in every case.
   void Close();
 

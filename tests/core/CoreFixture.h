@@ -39,7 +39,6 @@ class CoreTest : public ::testing::Test {
     EXPECT_EQ(subject._Connect(server.Address().c_str(), server.plan.user.c_str(), server.plan.password.c_str()), 0);
     server.Opened();
     subject.requestSock.SetTimeOut(5000);
-    subject.requestSock.BackInStep();  // so that tests may put an answer there before its request
   }
 
   // A driver whose tags A, B, ... are resolved and hold a byte of their own.

@@ -80,6 +80,16 @@ TEST_F(AlarmDeliveryTest, BothAlarmRecordsReachTheCallback) {
   EXPECT_EQ(js.FunctionAt(0).blocking, 0);
 }
 
+TEST_F(AlarmDeliveryTest, WhatIsQueuedIsACopyOfTheThirtyTwoBytes) {
+  static_assert(sizeof(S2RtAlarm2) == 32);
+  Subscribed();
+  const std::vector<std::string> alarms = {Alarm(0x01020304, 0x05060708, 0x090A), Alarm(7, 0, 1)};
+  server.Notify(Record(1, alarms[0]) + Record(3, alarms[1]));
+  ASSERT_TRUE(js.WaitQueuedEver(2));
+  const std::deque<void*> queue = js.FunctionAt(0).queue;
+  for (size_t i = 0; i < 2; ++i) EXPECT_EQ(ToHex({static_cast<const char*>(queue[i]), 32}), ToHex(alarms[i]));
+}
+
 TEST_F(AlarmDeliveryTest, AlarmsAndChangesShareAChunk) {
   FollowedDriver("Pump");
   Subscribed();

@@ -1,8 +1,18 @@
 // Subscribing to alarms: request 'n', the two lists, the replay, and the function for later alarms.
+#include <utime.h>
+
 #include "core/CoreFixture.h"
 #include "core/Alarms.h"
 
-class AlarmSubscribeTest : public AlarmTest {};
+class AlarmSubscribeTest : public AlarmTest {
+ protected:
+  // A list as an earlier session has left it in the mirror.
+  std::string Mirrored(const char* list, const std::string& lines) const {
+    const std::string path = server.ProjectPath() + "RecData/" + list;
+    std::ofstream(path, std::ios::binary) << lines;
+    return path;
+  }
+};
 
 TEST_F(AlarmSubscribeTest, AsksForTheActiveAlarmsAndThenForBothLists) {
   AnswersAlarms({});
@@ -34,6 +44,8 @@ TEST_F(AlarmSubscribeTest, ActiveAlarmsAreReplayedInOrderBeforeItReturns) {
   EXPECT_EQ(Subscribe(true), 0);
   EXPECT_EQ(js.calls, (std::vector<std::string>{Shown(1, 2, "tag0"), Shown(3, 0, "tag1"), Shown(5, 6, "tag2")}));
   EXPECT_EQ(js.Queued(), 0u);
+  EXPECT_EQ(std::count(js.log.begin(), js.log.end(), "napi_get_global"), 1);
+  EXPECT_EQ(js.log.back(), "napi_create_threadsafe_function");  // later alarms come behind the replayed ones
 }
 
 TEST_F(AlarmSubscribeTest, WithoutReplayTheyAreReadAndThrownAway) {
@@ -91,6 +103,24 @@ TEST_F(AlarmSubscribeTest, AnotherLetterGivesMinusTwo) {
   server.Answer("N" + Word(0));
   EXPECT_EQ(Subscribe(true), -2);
   EXPECT_EQ(Asked(), "n");
+}
+
+TEST_F(AlarmSubscribeTest, ARequestThatCannotBeSentGivesMinusTwoAndReadsNothing) {
+  server.Answer(Answer({}));
+  ASSERT_EQ(shutdown(core->requestSock.Descriptor(), SHUT_WR), 0);
+  EXPECT_EQ(Subscribe(true), -2);
+  char unread[8];
+  EXPECT_EQ(core->requestSock._Recv(unread, sizeof unread), 3);
+  EXPECT_EQ(js.Functions(), 0u);
+}
+
+TEST_F(AlarmSubscribeTest, TheRequestSetsTheTimeOfTheLastSend) {
+  HasLists();
+  SystemHooks hooks;
+  hooks.SetTime(4000000000);
+  AnswersAlarms({});
+  EXPECT_EQ(Subscribe(true), 0);
+  EXPECT_EQ(core->requestSock.LastSend(), 4000000000);
 }
 
 TEST_F(AlarmSubscribeTest, WithoutASessionItGivesMinusTwo) {
@@ -157,6 +187,32 @@ TEST_F(AlarmSubscribeTest, ListsThatCannotBeHadShowQuestionMarks) {
   closing.join();
   EXPECT_EQ(js.calls, std::vector<std::string>{
                           "(Date(1000), Date(2000), '\?\?\?', 1, '\?\?\?', '\?\?\?', 3, 1.5, -2.5, 4)"});
+}
+
+TEST_F(AlarmSubscribeTest, ListsOfTheMirrorServeWhenTheirTransferFails) {
+  Mirrored("textlist", "text0\r\ntext1\r\ntext2\r\n");
+  Mirrored("taglist", "tag0\r\n");
+  server.Answer(Answer({Alarm(1, 2, 0)}));
+  std::thread closing([&] {
+    server.Request(1);
+    server.RequestUntil("\r\n\r\n");
+    server.CloseRequest();
+  });
+  EXPECT_EQ(Subscribe(true), 0);
+  closing.join();
+  EXPECT_EQ(js.calls, std::vector<std::string>{Shown(1, 2, "tag0")});
+}
+
+TEST_F(AlarmSubscribeTest, ListsAreAskedForUnlessTheMirroredOneIsEmptyAndOfTimeZero) {
+  const utimbuf zero{};
+  ASSERT_EQ(utime(Mirrored("textlist", "").c_str(), &zero), 0);
+  ASSERT_EQ(utime(Mirrored("taglist", "x").c_str(), &zero), 0);
+  server.Answer(Answer({}));
+  AnswersFiles({"UseLast:Yes\r\n\r\n"});
+  EXPECT_EQ(Subscribe(true), 0);
+  EXPECT_EQ(Asked(), "n4RecData/taglist\r\nLastTime:0\r\nSize:1\r\nHello:Yes\r\n\r\n");
+  EXPECT_TRUE(core->textList.empty());
+  EXPECT_EQ(core->tagList, std::vector<CString>{"x"});
 }
 
 TEST_F(AlarmSubscribeTest, ACallbackThatThrowsKeepsItsExceptionAndTheSubscriptionStands) {

@@ -4,6 +4,16 @@
 class CoreRequestsTest : public CoreTest {
  protected:
   void SetUp() override { Connect(); }
+
+  // From here on every send fails at once, while answers still come in.
+  void RefuseSends() { EXPECT_EQ(shutdown(core->requestSock.Descriptor(), SHUT_WR), 0); }
+
+  // What lies on the request connection, unread.
+  std::string Unread() {
+    char bytes[64];
+    const int count = core->requestSock._Recv(bytes, sizeof bytes, MSG_DONTWAIT);
+    return std::string(bytes, static_cast<size_t>(std::max(count, 0)));
+  }
   uint16_t id = 4711;
 };
 
@@ -60,6 +70,34 @@ TEST_F(CoreRequestsTest, RequestsThatTheServerDoesNotTakeFailAfterTheirTimeOutAn
   Connect();
   server.Answer(FromHex("4C 01 00"));
   EXPECT_TRUE(core->GetTagId(0, "A", id));
+}
+
+TEST_F(CoreRequestsTest, RequestAllReceivesNothingWhenTheSendFailed) {
+  server.Answer("abcd");
+  RefuseSends();
+  char reply[5] = "----";
+  EXPECT_EQ(core->RequestAll("L", 1, 4, reply), 0);
+  EXPECT_STREQ(reply, "----");
+  EXPECT_EQ(Unread(), "abcd");
+}
+
+TEST_F(CoreRequestsTest, RequestAllDoesNotAskWhetherTheSessionIsOpen) {
+  core->connected = false;
+  server.Answer("ab");
+  char reply[2];
+  EXPECT_EQ(core->RequestAll("L", 1, 2, reply), 1);
+  core->connected = true;
+}
+
+TEST_F(CoreRequestsTest, RequestAllTakesRequestsAndAnswersOfNoLength) {
+  char reply[1] = {'-'};
+  EXPECT_EQ(core->RequestAll("L", 1, 0, reply), 1);
+  EXPECT_EQ(reply[0], '-');
+  EXPECT_EQ(server.Requested(), "L");
+  server.Answer("a");
+  EXPECT_EQ(core->RequestAll("L", 0, 1, reply), 1);
+  EXPECT_EQ(reply[0], 'a');
+  EXPECT_EQ(server.Requested(), "");
 }
 
 TEST_F(CoreRequestsTest, RequestAllDoesNotTouchTheTimeOfTheLastSendAndGetTagIdDoes) {
@@ -122,6 +160,14 @@ TEST_F(CoreRequestsTest, GetTagIdFailsOnACutOrMissingAnswer) {
   EXPECT_EQ(id, 4711);
 }
 
+TEST_F(CoreRequestsTest, GetTagIdReceivesNothingWhenTheSendFailed) {
+  server.Answer(FromHex("4C 34 12"));
+  RefuseSends();
+  EXPECT_FALSE(core->GetTagId(0, "A", id));
+  EXPECT_EQ(id, 4711);
+  EXPECT_EQ(ToHex(Unread()), "4C 34 12");
+}
+
 TEST_F(CoreRequestsTest, GetTagIdSendsANameOf252Bytes) {
   const std::string name(252, 'n');
   server.Answer(FromHex("4C 01 00"));
@@ -163,6 +209,19 @@ TEST_F(CoreRequestsTest, UnadviseSendsTheSignedIdAndIsTrueOnD) {
   server.Answer("dddddddddddddddd");
   EXPECT_TRUE(core->UnadviseTag(0x01020304));
   EXPECT_EQ(ToHex(server.Requested()), "64 04 03 02 01");
+}
+
+TEST_F(CoreRequestsTest, UnadviseReadsAtMostSixteenBytesOfTheAnswer) {
+  server.Answer("d" + std::string(15, '.') + "+");
+  EXPECT_TRUE(core->UnadviseTag(1));
+  EXPECT_EQ(Unread(), "+");
+}
+
+TEST_F(CoreRequestsTest, UnadviseLooksForItsAnswerAlsoAfterASendThatFailed) {
+  server.Answer("d");
+  RefuseSends();
+  EXPECT_TRUE(core->UnadviseTag(1));  // only a send of no byte ends it
+  EXPECT_EQ(Unread(), "");
 }
 
 TEST_F(CoreRequestsTest, UnadviseIsFalseOnAnythingElse) {

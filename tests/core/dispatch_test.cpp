@@ -88,6 +88,15 @@ TEST_F(DispatchTest, ADriverPastTheSlotsOrOfAnEmptySlotDropsTheChunk) {
   EXPECT_EQ(Dispatched("FE FF 00 00 01"), 0xFFFF);
 }
 
+TEST_F(DispatchTest, DriverAndTagIndexesHaveTwoBytesEverywhere) {
+  EXPECT_EQ(Dispatched("00 01 00 00 2A"), 0xFFFF);  // driver 256
+  EXPECT_EQ(Dispatched("00 00 00 01 2A"), 65539);   // tag 256 of driver 0
+  for (int command = 9; command <= 22; ++command) {
+    EXPECT_EQ(Dispatched(CoreRecord(command, std::string("\0\1\0\0", 4))), 0xFFFF) << command;
+    EXPECT_EQ(Dispatched(CoreRecord(command, std::string("\0\0\0\1", 4))), 0xFFFF) << command;
+  }
+}
+
 TEST_F(DispatchTest, ADriverThatIsMadeFillsItsSlotAndTakesRecords) {
   core._GetDriver("Idle")->tags[1].type = VT_UI1;
   EXPECT_EQ(Dispatched("01 00 01 00 01"), 5);

@@ -110,3 +110,12 @@ TEST_F(ProjectFileTest, WhatATransferLeftBehindIsNotTakenForTheNextAnswer) {
   EXPECT_EQ(core->GetPrjFile("SysCfg/b", files), 1);
   answering.join();
 }
+
+TEST_F(ProjectFileTest, ATransferThatWasTakenWholeLeavesTheNextAnswerAlone) {
+  server.Answer(ScriptedServer::FileReply("abc", 1));
+  EXPECT_EQ(core->GetPrjFile("SysCfg/a", files), 1);
+  server.Answer("ab");
+  char reply[2];
+  EXPECT_EQ(core->RequestAll("L", 1, 2, reply), 1);
+  EXPECT_EQ(std::string(reply, 2), "ab");
+}
