@@ -87,6 +87,8 @@ TEST_F(WriteTagTest, ElementsGoToTheTagsInTheOrderOfTheEntries) {
 TEST_F(WriteTagTest, SeveralTagsWithoutAnArrayAreRefused) {
   EXPECT_EQ(Write("A,B", js.Number(1)), -3);
   EXPECT_EQ(Write("A,B", js.Object()), -3);
+  Knows("None", 65535);
+  EXPECT_EQ(Write("None,None", js.Number(1)), -3);  // also when nothing would be written
   EXPECT_EQ(core.Sent(), "");
 }
 
