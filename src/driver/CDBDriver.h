@@ -116,10 +116,12 @@ class CDBDriver {
 
   // Writes value to the one listed tag, or the elements of the array value to several. One of the kWrite results; no
   // answer is awaited, and the table is not changed: the new value comes back as a notification or with a read.
+  // A failed Node-API call gives kWriteBadValue and throws into JavaScript.
   int SetTagValue(napi_env environment, const char* list, napi_value value);
 
   // Appends a typed value to a write request (kWriteRoom bytes) at length and advances length. False, with length
-  // unchanged, for a type that cannot be written and when the room ends.
+  // and buffer unchanged, for a type that cannot be written, when the room ends, and after a failed Node-API call,
+  // which throws into JavaScript.
   bool ValueToBuf(napi_env environment, napi_value value, uint8_t* buffer, unsigned int& length);
 
   static constexpr int kMaxConnect = 519;         // the request's loop ends when count x 5 exceeds 2591

@@ -177,14 +177,16 @@ napi_value CDBDriver::ValuesToArray(napi_env environment, const std::vector<STag
 
 bool CDBDriver::ValueToBuf(napi_env environment, napi_value value, uint8_t* buffer, unsigned int& length) {
   napi_valuetype kind = napi_undefined;
-  if (napi_typeof(environment, value, &kind) != napi_ok) return false;
+  if (!NapiCheck(environment, napi_typeof(environment, value, &kind))) return false;
 
   uint8_t encoded[kTypeWord + kMaxWriteText];
   unsigned int size = kTypeWord;
   if (kind == napi_string) {
     char text[kMaxWriteText];
     size_t textLen = 0;
-    if (napi_get_value_string_utf8(environment, value, text, sizeof text, &textLen) != napi_ok) return false;
+    if (!NapiCheck(environment, napi_get_value_string_utf8(environment, value, text, sizeof text, &textLen))) {
+      return false;
+    }
     wire::StoreU16(encoded, VT_BSTR);
     const size_t upToNul = strnlen(text, textLen);  // a NUL inside would end the value on the wire
     std::memcpy(encoded + size, text, upToNul);
@@ -192,12 +194,12 @@ bool CDBDriver::ValueToBuf(napi_env environment, napi_value value, uint8_t* buff
     size += static_cast<unsigned int>(upToNul) + 1;
   } else if (kind == napi_boolean) {
     bool flag = false;
-    if (napi_get_value_bool(environment, value, &flag) != napi_ok) return false;
+    if (!NapiCheck(environment, napi_get_value_bool(environment, value, &flag))) return false;
     wire::StoreU16(encoded, VT_BOOL);
     encoded[size++] = flag ? 1 : 0;
   } else if (kind == napi_number) {
     double number64 = 0;
-    if (napi_get_value_double(environment, value, &number64) != napi_ok) return false;
+    if (!NapiCheck(environment, napi_get_value_double(environment, value, &number64))) return false;
     wire::StoreU16(encoded, VT_R8);
     wire::StoreF64(encoded + size, number64);
     size += sizeof number64;
@@ -223,14 +225,16 @@ bool CDBDriver::AppendWrite(napi_env environment, const STag& tag, napi_value va
 int CDBDriver::AppendWrites(napi_env environment, const std::vector<STag*>& entries, napi_value values,
                             uint8_t* buffer, unsigned int& length) {
   bool isArray = false;
-  if (napi_is_array(environment, values, &isArray) != napi_ok || !isArray) return kWriteBadValue;
+  if (!NapiCheck(environment, napi_is_array(environment, values, &isArray)) || !isArray) return kWriteBadValue;
   uint32_t elements = 0;
-  if (napi_get_array_length(environment, values, &elements) != napi_ok) return kWriteBadValue;
+  if (!NapiCheck(environment, napi_get_array_length(environment, values, &elements))) return kWriteBadValue;
   int count = 0;
   for (uint32_t i = 0; i < entries.size(); ++i) {
     if (entries[i] == nullptr) continue;
     napi_value element = nullptr;
-    if (i >= elements || napi_get_element(environment, values, i, &element) != napi_ok) return kWriteBadValue;
+    if (i >= elements || !NapiCheck(environment, napi_get_element(environment, values, i, &element))) {
+      return kWriteBadValue;
+    }
     if (!AppendWrite(environment, *entries[i], element, buffer, length)) return kWriteBadValue;
     ++count;
   }

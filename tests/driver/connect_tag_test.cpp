@@ -111,6 +111,12 @@ TEST_F(ConnectTagTest, ValuesBeyondTheLastTagAreLeftAlone) {
   EXPECT_EQ(ConnectedTags(), "10000");
 }
 
+TEST_F(ConnectTagTest, NothingIsReadOnceEveryTagHasItsValue) {
+  core.AnswersBytes(Chunk(FromHex("11 00 01")) + "b" + Word(0) + "next");
+  EXPECT_TRUE(driver._ConnectTag("A"));
+  EXPECT_EQ(core.Unread(), "62 00 00 6E 65 78 74");
+}
+
 TEST_F(ConnectTagTest, EmptyChunksAreSkipped) {
   core.AnswersBytes(Chunk("") + Chunk("") + Chunk(FromHex("11 00 01")));
   EXPECT_TRUE(driver._ConnectTag("A"));
@@ -131,6 +137,7 @@ TEST_F(ConnectTagTest, AnotherLetterFails) {
   core.AnswersBytes("B" + Word(3) + FromHex("11 00 01"));
   EXPECT_FALSE(driver._ConnectTag("A"));
   EXPECT_EQ(ConnectedTags(), "00000");
+  EXPECT_EQ(core.Unread(), "03 00 11 00 01");  // the letter alone was read
 }
 
 TEST_F(ConnectTagTest, AnotherLetterInTheSecondChunkKeepsTheFirst) {
@@ -172,6 +179,14 @@ TEST_F(ConnectTagTest, AnAnswerMayComeByteByByte) {
 TEST_F(ConnectTagTest, AServerThatIsGoneFails) {
   core.Vanish();
   EXPECT_FALSE(driver._ConnectTag("A"));
+}
+
+TEST_F(ConnectTagTest, ARequestThatCannotBeSentFailsAndNoAnswerIsRead) {
+  shutdown(core.sock.Descriptor(), SHUT_WR);
+  core.AnswersBytes(Chunk(FromHex("11 00 01")));
+  EXPECT_FALSE(driver._ConnectTag("A"));
+  EXPECT_EQ(ConnectedTags(), "00000");
+  EXPECT_EQ(core.Unread(), "62 03 00 11 00 01");
 }
 
 TEST_F(ConnectTagTest, NamesThatCannotBeResolvedFail) {

@@ -221,6 +221,32 @@ TEST_F(ReadTagTest, AServerThatIsGoneOrASessionThatEndedGivesUndefined) {
   EXPECT_EQ(Got("A"), "nothing");
 }
 
+TEST_F(ReadTagTest, ARequestThatCannotBeSentFailsAndNoAnswerIsRead) {
+  shutdown(core.sock.Descriptor(), SHUT_WR);
+  AnswersValues("11 00 01");
+  EXPECT_FALSE(Read("A"));
+  EXPECT_EQ(Shown(0), "nothing");
+  EXPECT_EQ(core.Unread(), "48 00 03 00 11 00 01");
+}
+
+TEST_F(ReadTagTest, EntriesAreAppendedToOutAndAllOfOutIsRead) {
+  out.push_back(&driver.tags[4]);
+  AnswersValues("11 00 01 11 00 02");
+  EXPECT_TRUE(driver._GetTagValue("A", out));
+  EXPECT_EQ(Ids(out), "4 0");
+  EXPECT_EQ(core.Sent(), "48 02 00 01 02 04 00 01 02 00 00");
+  EXPECT_EQ(Shown(4) + Shown(0), "12");
+}
+
+TEST_F(ReadTagTest, AFailedReadLeavesTheEntriesInOut) {
+  core.Answers("68 00 00 00");
+  EXPECT_FALSE(Read("A,B"));
+  EXPECT_EQ(Ids(out), "0 1");
+  core.sock.SetTimeOut(20);
+  EXPECT_FALSE(Read("C,Unknown"));
+  EXPECT_EQ(Ids(out), "2");
+}
+
 TEST_F(ReadTagTest, NamesThatCannotBeResolvedGiveUndefined) {
   core.HangsUp();
   EXPECT_EQ(Got("Unknown"), "nothing");
@@ -284,4 +310,17 @@ TEST_F(ReadManyTest, AsksOnlyTheFirst1023OfMoreTags) {
   EXPECT_EQ(out.size(), 1100u);
   EXPECT_EQ(Shown(1022), "1");
   EXPECT_EQ(Shown(1023), "nothing");
+}
+
+TEST_F(ReadManyTest, ConnectedTagsDoNotCountAmongThe1023) {
+  Connected(0, "11 00 07");
+  Connected(500, "11 00 07");
+  core.AnswersBytes(Chunk(0, values));
+  EXPECT_TRUE(Read(list));
+  const std::string sent = core.SentBytes();
+  EXPECT_EQ(sent.size(), 4095u);
+  EXPECT_EQ(ToHex(sent.substr(0, 7)), "48 FF 03 01 02 01 00");
+  EXPECT_EQ(ToHex(sent.substr(4091)), "01 02 00 04");
+  EXPECT_EQ(Shown(1024), "1");
+  EXPECT_EQ(Shown(1025), "nothing");
 }

@@ -32,6 +32,9 @@ TEST_F(TagNotifyTest, SetCBFuncTakesTheEnvironmentAgain) {
   fresh.SetCBFunc(other.Env(), other.Recorder());
   EXPECT_EQ(fresh.env, other.Env());
   EXPECT_EQ(other.Functions(), 1u);
+  fresh.SetCBFunc(js.Env(), js.Recorder());  // ignored whole: the environment stays, too
+  EXPECT_EQ(fresh.env, other.Env());
+  EXPECT_EQ(js.Functions(), 0u);
 }
 
 TEST_F(TagNotifyTest, AChangeReachesTheCallbackWithDriverTagAndValue) {
@@ -177,6 +180,16 @@ TEST_F(TagNotifyTest, ATagWithoutANameHasAnEmptyOne) {
   Notified(1, "07");
   js.Drain();
   EXPECT_EQ(js.calls, std::vector<std::string>{"('Pump', '', 7)"});
+}
+
+TEST_F(TagNotifyTest, TheNameIsTheOneTheTagHasWhenTheCallbackIsCalled) {
+  Subscribes();
+  driver.tags[1].name.clear();
+  driver.tags[1].type = VT_UI1;
+  Notified(1, "07");
+  driver.tags[1].name = "Later";
+  js.Drain();
+  EXPECT_EQ(js.calls, std::vector<std::string>{"('Pump', 'Later', 7)"});
 }
 
 TEST_F(TagNotifyTest, TheQueueIsNeverWaitedFor) {

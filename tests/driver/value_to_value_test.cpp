@@ -82,6 +82,14 @@ TEST_F(ValueToValueTest, TextIsItsBytesAsTheyStandAndNoTextIsEmpty) {
   EXPECT_EQ(FakeNapi::Show(driver.ValueToValue(none)), "''");
 }
 
+TEST_F(ValueToValueTest, ValuesAreMadeInTheDriversEnvironment) {
+  FakeNapi other;
+  driver.env = other.Env();
+  EXPECT_EQ(Converted(FromHex("11 00 01")), "1");
+  EXPECT_EQ(other.log, std::vector<std::string>{"napi_create_uint32"});
+  EXPECT_TRUE(js.log.empty());
+}
+
 TEST_F(ValueToValueTest, EachTypeIsMadeByTheCallThatFitsItsSign) {
   EXPECT_EQ(Maker(FromHex("02 00 01 00")), "napi_create_int32");
   EXPECT_EQ(Maker(FromHex("03 00 01 00 00 00")), "napi_create_int32");

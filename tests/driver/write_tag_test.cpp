@@ -87,6 +87,8 @@ TEST_F(WriteTagTest, ElementsGoToTheTagsInTheOrderOfTheEntries) {
 TEST_F(WriteTagTest, SeveralTagsWithoutAnArrayAreRefused) {
   EXPECT_EQ(Write("A,B", js.Number(1)), -3);
   EXPECT_EQ(Write("A,B", js.Object()), -3);
+  Knows("None", 65535);
+  EXPECT_EQ(Write("None,None", js.Number(1)), -3);  // also when nothing would be written
   EXPECT_EQ(core.Sent(), "");
 }
 
@@ -134,7 +136,8 @@ TEST_F(WriteTagTest, OnlyTheBitOfValueEightAllowsWriting) {
 
 TEST_F(WriteTagTest, NamesThatCannotBeResolvedGiveMinusTwo) {
   core.HangsUp();
-  EXPECT_EQ(Write("Unknown", js.Number(1)), -2);
+  EXPECT_EQ(Write("A,Unknown", js.Array({js.Number(1), js.Number(2)})), -2);
+  EXPECT_EQ(core.Sent(), "4C 01 02 55 6E 6B 6E 6F 77 6E 00");  // and no write behind it
 }
 
 TEST_F(WriteTagTest, AServerThatIsGoneOrASessionThatEndedGivesMinusTwo) {
@@ -202,6 +205,7 @@ TEST_F(WriteTagTest, ValueToBufAppendsAndAdvances) {
   EXPECT_EQ(ToHex(std::string(buffer + 5, buffer + 12)), "0B 00 01 08 00 7A 00");
   EXPECT_FALSE(driver.ValueToBuf(js.Env(), js.Null(), buffer, length));
   EXPECT_EQ(length, 12u);
+  EXPECT_TRUE(std::all_of(buffer + 12, std::end(buffer), [](uint8_t byte) { return byte == 0; }));
 }
 
 TEST_F(WriteTagTest, ValueToBufStopsAtTheEndOfTheRoom) {
@@ -217,18 +221,27 @@ TEST_F(WriteTagTest, ValueToBufStopsAtTheEndOfTheRoom) {
   EXPECT_FALSE(driver.ValueToBuf(js.Env(), js.Boolean(true), buffer, length));
 }
 
-TEST_F(WriteTagTest, AFailedNodeApiCallIsABadValue) {
-  for (const char* call : {"napi_typeof", "napi_get_value_double"}) {
-    js.Fail(call);
-    EXPECT_EQ(Write("A", js.Number(1)), -3) << call;
-  }
-  js.Fail("napi_get_value_string_utf8");
-  EXPECT_EQ(Write("A", js.Text("x")), -3);
-  js.Fail("napi_get_value_bool");
-  EXPECT_EQ(Write("A", js.Boolean(true)), -3);
+TEST_F(WriteTagTest, AFailedNodeApiCallIsABadValueAndThrowsItsMessage) {
+  const auto fails = [&](const char* call, const char* list, napi_value value) {
+    js.Fail(call, "Went wrong");
+    EXPECT_EQ(Write(list, value), -3) << call;
+    EXPECT_EQ(js.TakeException(), "Went wrong") << call;
+    js.Fail(call, nullptr);
+    EXPECT_EQ(Write(list, value), -3) << call;
+    EXPECT_EQ(js.TakeException(), "empty error message") << call;
+  };
+  for (const char* call : {"napi_typeof", "napi_get_value_double"}) fails(call, "A", js.Number(1));
+  fails("napi_get_value_string_utf8", "A", js.Text("x"));
+  fails("napi_get_value_bool", "A", js.Boolean(true));
   for (const char* call : {"napi_is_array", "napi_get_array_length", "napi_get_element"}) {
-    js.Fail(call);
-    EXPECT_EQ(Write("A,B", js.Array({js.Number(1), js.Number(2)})), -3) << call;
+    fails(call, "A,B", js.Array({js.Number(1), js.Number(2)}));
   }
   EXPECT_EQ(core.Sent(), "");
+}
+
+TEST_F(WriteTagTest, AnUnfitValueThrowsNothing) {
+  EXPECT_EQ(Write("A", js.Null()), -3);
+  EXPECT_EQ(Write("A,B", js.Number(1)), -3);
+  EXPECT_EQ(Write("A,B", js.Array({js.Number(1)})), -3);
+  EXPECT_FALSE(js.Pending());
 }

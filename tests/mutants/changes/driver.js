@@ -216,8 +216,8 @@ module.exports = [
   ],
   [
     'TagAccess.cpp',
-    'if (i >= elements || napi_get_element',
-    'if (napi_get_element',
+    'if (i >= elements || !NapiCheck(environment, napi_get_element',
+    'if (!NapiCheck(environment, napi_get_element',
     'missing elements of an array are asked for',
     'what is missing is undefined, which cannot be written either',
   ],
