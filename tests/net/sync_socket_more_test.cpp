@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <cstring>
 #include <ctime>
 #include <string>
@@ -320,6 +321,8 @@ TEST(CSyncSocketSendTimeOut, SendsOnceThroughTheVirtualOperationWithoutFlags) {
     EXPECT_EQ(result == 3 ? 1 : 0, counting.SendTimeOut("abc", 3, 1000)) << result;
   }
   EXPECT_EQ((std::vector<std::pair<int, int>>(5, {3, 0})), counting.asked);
+  counting.result = -1;
+  EXPECT_EQ(0, counting.SendTimeOut("abc", ULONG_MAX, 1000)) << "a failure is not the length, however long";
 }
 
 TEST(CSyncSocketTransfer, AShortSendAndAShortReceiveAreGivenAsTheyAre) {
