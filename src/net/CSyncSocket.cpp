@@ -258,8 +258,8 @@ int CSyncSocket::_SendTo(const void* buf, int len, unsigned int port, const char
 }
 
 int CSyncSocket::_RecvFrom(void* buf, int len, sockaddr_in* from, int flags) {
-  if (LengthFails(len)) return -1;
   *from = sockaddr_in{};
+  if (LengthFails(len)) return -1;
   return Uninterrupted(fd_, kReceive, [&] {
     socklen_t room = sizeof *from;
     return recvfrom(fd_, buf, static_cast<size_t>(len), flags, reinterpret_cast<sockaddr*>(from), &room);

@@ -62,7 +62,7 @@ class CSyncSocket {
   // closed: hand in an empty object. After a failure (0) peer is empty. addr and len as for accept(2), may be null.
   int Accept(CSyncSocket& peer, sockaddr* addr, unsigned int* len);
 
-  // One sendto(2) / recvfrom(2); the count moved or -1. from is zeroed before the receive.
+  // One sendto(2) / recvfrom(2); the count moved or -1. from is zeroed in every case.
   int _SendTo(const void* buf, int len, unsigned int port, const char* host, int flags = 0);
   int _RecvFrom(void* buf, int len, sockaddr_in* from, int flags = 0);
 

@@ -42,6 +42,7 @@ int __real_chmod(const char* path, mode_t mode);
 int __real_connect(int fd, const sockaddr* addr, socklen_t len);
 ssize_t __real_recv(int fd, void* buf, size_t len, int flags);
 ssize_t __real_send(int fd, const void* buf, size_t len, int flags);
+int __real_setsockopt(int fd, int level, int option, const void* value, socklen_t len);
 
 int __wrap_gethostbyname_r(const char* name, hostent* entry, char* room, size_t roomLen, hostent** found,
                            int* lookupError) {
@@ -127,6 +128,11 @@ ssize_t __wrap_send(int fd, const void* buf, size_t len, int flags) {
   const FakeSystem::RealTransfer real = [=](size_t some) { return __real_send(fd, buf, some, flags); };
   if (current == nullptr || !current->onSend) return real(len);
   return current->onSend(fd, len, flags, real);
+}
+
+int __wrap_setsockopt(int fd, int level, int option, const void* value, socklen_t len) {
+  if (current == nullptr || !current->onSetOption) return __real_setsockopt(fd, level, option, value, len);
+  return current->onSetOption(level, option, value, len);
 }
 
 }  // extern "C"

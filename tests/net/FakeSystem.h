@@ -51,6 +51,7 @@ class FakeSystem {
   std::function<int(int fd, const sockaddr_in& peer, const std::function<int()>& real)> onConnect;
   std::function<ssize_t(int fd, size_t len, int flags, const RealTransfer& real)> onRecv;
   std::function<ssize_t(int fd, size_t len, int flags, const RealTransfer& real)> onSend;
+  std::function<int(int level, int option, const void* value, socklen_t len)> onSetOption;  // instead of setsockopt
 };
 
 // For connect: connects the descriptor to host:port in place of what was asked.

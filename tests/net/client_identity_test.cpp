@@ -1,5 +1,6 @@
 #include "net/ClientIdentity.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -45,6 +46,13 @@ TEST(CoCreateGuid, TwoWithinOneSecondDifferInTheMicrosecondsOnly) {
   EXPECT_EQ(one.Data2, two.Data2);
   EXPECT_EQ(one.Data3, two.Data3);
   EXPECT_NE(0, std::memcmp(one.Data4, two.Data4, sizeof one.Data4));
+}
+
+TEST(Guid, HasTheUsualLayoutOf16Bytes) {
+  EXPECT_EQ(16u, sizeof(_GUID));
+  EXPECT_EQ(4u, offsetof(_GUID, Data2));
+  EXPECT_EQ(6u, offsetof(_GUID, Data3));
+  EXPECT_EQ(8u, offsetof(_GUID, Data4));
 }
 
 TEST(GuidToBytes, WritesTheFieldsLittleEndianAndData4AsStored) {

@@ -135,6 +135,21 @@ TEST(DecryptPacket, NeedsRoomForTheBlocksAndForTheTail) {
   EXPECT_EQ("", Decrypt(Scrambled("abcde"), 4));
 }
 
+TEST(DecryptPacket, WithoutRoomForTheBlocksWritesNothingAndWithoutRoomForTheTailTheBlocksOnly) {
+  struct Case {
+    const char* plain;
+    unsigned int cap;
+    const char* left;
+  };
+  for (const Case& c : {Case{"abcdef", 5, "......"}, Case{"abcd", 3, "abc..."}, Case{"abcde", 4, "abc..."},
+                        Case{"abcde", 3, "abc..."}, Case{"ab", 1, "......"}}) {
+    const std::string wire = Scrambled(c.plain);
+    unsigned char out[] = "......";
+    EXPECT_EQ(0u, DecryptPacket(static_cast<unsigned int>(wire.size()), Bytes(wire), c.cap, out)) << c.plain;
+    EXPECT_STREQ(c.left, reinterpret_cast<char*>(out)) << c.plain << " in " << c.cap;
+  }
+}
+
 TEST(DecryptPacket, TheLengthOfAFailedReceiveGivesZeroAndReadsNothing) {
   unsigned char out[512];
   EXPECT_EQ(0u, DecryptPacket(static_cast<unsigned int>(-1), nullptr, 512, out));
