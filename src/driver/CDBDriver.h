@@ -146,7 +146,8 @@ class CDBDriver {
   static napi_value ValueToValue(napi_env environment, const XVariant& value);
 
   // JavaScript side of "db_recv": calls callback(driver name, tag name, value) and frees the message; with no
-  // environment or callback left it only frees. What the callback throws becomes an uncaught exception.
+  // environment or callback left, or a tag that SetTagCount has freed since, it only frees. What the callback throws
+  // becomes an uncaught exception.
   static void OnCallJavaScript(napi_env environment, napi_value callback, void* context, void* data);
 
   uint16_t Number() const { return number; }

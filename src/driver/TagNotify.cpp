@@ -84,6 +84,7 @@ void CDBDriver::OnCallJavaScript(napi_env environment, napi_value callback, void
   const std::unique_ptr<ChangeMessage> message(static_cast<ChangeMessage*>(data));
   if (environment == nullptr || callback == nullptr || message == nullptr) return;
   const TagTable& table = *message->table;
+  if (message->tagIndex >= table.tags.size()) return;  // the table shrank meanwhile: the tag is no more
   napi_value args[3] = {};
   if (ToJsString(environment, table.driverName, &args[0]) &&
       ToJsString(environment, table.tags[message->tagIndex].name, &args[1])) {

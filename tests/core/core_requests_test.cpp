@@ -202,6 +202,33 @@ TEST_F(CoreRequestsTest, ADriverLooksASingleNameUpThroughTheCore) {
   EXPECT_EQ(pump->tags[3].name, "Level");
 }
 
+TEST_F(CoreRequestsTest, ADriverAsksForANameTheServerDoesNotKnowOnceAndForOneTooLongNever) {
+  CDBDriver* pump = core->_GetDriver("Pump");
+  server.Answer(FromHex("4C FF FF"));
+  EXPECT_EQ(pump->GetTagId("Nowhere"), 65535);
+  EXPECT_EQ(ToHex(server.Requested()), "4C 00 00 4E 6F 77 68 65 72 65 00");
+  EXPECT_EQ(pump->GetTagId("Nowhere"), 65535);
+  EXPECT_EQ(pump->GetTagId(""), 65535);
+  EXPECT_EQ(pump->GetTagId(nullptr), 65535);
+  const std::string tooLong(253, 'n');
+  EXPECT_EQ(pump->GetTagId(tooLong.c_str()), 65535);
+  EXPECT_EQ(pump->tagIds.at(tooLong), 65535);
+  EXPECT_EQ(server.Requested(), "");
+}
+
+TEST_F(CoreRequestsTest, ADriverResolvesAListThroughTheCoreWithoutTouchingTheTimeOfTheLastSend) {
+  SystemHooks hooks;
+  hooks.SetTime(4000000000);
+  const time_t before = core->requestSock.LastSend();
+  CDBDriver* fan = core->_GetDriver("Fan");
+  std::vector<CDBDriver::STag*> tags;
+  server.Answer(FromHex("4C 01 00 00 00 FF FF 00 00"));
+  EXPECT_TRUE(fan->CheckTagId("Level, Nowhere", tags));
+  EXPECT_EQ(ToHex(server.Requested()), "4C 01 00 4C 65 76 65 6C 00 01 00 4E 6F 77 68 65 72 65 00");
+  EXPECT_EQ(tags, (std::vector<CDBDriver::STag*>{&fan->tags[1], nullptr}));
+  EXPECT_EQ(core->requestSock.LastSend(), before);
+}
+
 TEST_F(CoreRequestsTest, UnadviseSendsTheSignedIdAndIsTrueOnD) {
   server.Answer("d");
   EXPECT_TRUE(core->UnadviseTag(-2));

@@ -64,6 +64,71 @@ TEST_F(TagResolveTest, CachedNamesSeenBehindASentBatchComeAfterIt) {
   EXPECT_EQ(Ids(out), "1 3 2 4");
 }
 
+TEST_F(TagResolveTest, ANameThatAnEarlierBatchAnsweredIsKnownFurtherOnInTheList) {
+  const std::string big(764, 'b');
+  core.AnswersBytes(Batch({1}) + Batch({3}));
+  EXPECT_TRUE(Resolve("n," + big + ",n"));
+  EXPECT_EQ(core.SentBytes().size(), 5u + 768u);
+  EXPECT_EQ(Ids(out), "1 1 3");
+}
+
+TEST_F(TagResolveTest, EntriesAreAppendedToWhatThereIs) {
+  Knows("X", 1);
+  out = {nullptr, &driver.tags[4]};
+  core.AnswersBytes(Batch({3}));
+  EXPECT_TRUE(driver.CheckTagId("Y,X", out));
+  EXPECT_EQ(Ids(out), "- 4 1 3");
+  core.AnswersBytes(Batch({2}));
+  EXPECT_TRUE(driver.ReqBatchGetPoss({"Z"}, "L", 1, out));
+  EXPECT_EQ(Ids(out), "- 4 1 3 2");
+}
+
+TEST_F(TagResolveTest, ListsAndSingleNamesShareWhatIsKnown) {
+  core.nextId = 3;
+  driver.GetTagId("Level");
+  core.nextId = 65535;
+  driver.GetTagId("Nowhere");
+  EXPECT_TRUE(Resolve("Nowhere,Level"));
+  EXPECT_EQ(Ids(out), "- 3");
+  EXPECT_EQ(core.Sent(), "");
+
+  core.AnswersBytes(Batch({1, 65535}));
+  EXPECT_TRUE(Resolve("Flow,Gone"));
+  core.asked.clear();
+  EXPECT_EQ(driver.GetTagId("Flow"), 1);
+  EXPECT_EQ(driver.GetTagId("Gone"), 65535);
+  EXPECT_TRUE(core.asked.empty());
+}
+
+TEST_F(TagResolveTest, ADriverWithoutTagsStillAsksForTheNamesOfAList) {
+  driver.SetTagCount(0);
+  core.AnswersBytes(Batch({0}));
+  EXPECT_TRUE(Resolve("A"));
+  EXPECT_EQ(core.Sent(), "4C 01 02 41 00");
+  EXPECT_EQ(Ids(out), "-");
+  EXPECT_EQ(driver.tagIds.at("A"), 0);
+}
+
+TEST_F(TagResolveTest, AKnownIdIsLookedUpInTheTableOfNow) {
+  KnowsAllTags();
+  driver.SetTagCount(2);
+  EXPECT_TRUE(Resolve("E,B"));
+  EXPECT_EQ(Ids(out), "- 1");
+  driver.SetTagCount(5);
+  EXPECT_TRUE(Resolve("E,B"));
+  EXPECT_EQ(Ids(out), "4 1");
+  EXPECT_EQ(driver.tags[4].name, "");  // a fresh tag: only a resolved name is stored
+  EXPECT_EQ(core.Sent(), "");
+}
+
+TEST_F(TagResolveTest, ATagOfTwoNamesHasTheOneThatWasResolvedLast) {
+  core.AnswersBytes(Batch({2, 2}));
+  EXPECT_TRUE(Resolve("Level,Stand"));
+  EXPECT_EQ(Ids(out), "2 2");
+  EXPECT_TRUE(Resolve("Level"));
+  EXPECT_EQ(driver.tags[2].name, "Stand");
+}
+
 TEST_F(TagResolveTest, AnEmptyListHasNoEntries) {
   EXPECT_TRUE(Resolve(""));
   EXPECT_EQ(Ids(out), "");
@@ -77,6 +142,7 @@ TEST_F(TagResolveTest, NothingBetweenTwoCommasIsNoEntryAndABlankIsANullOne) {
   EXPECT_TRUE(Resolve("A, ,A,  "));
   EXPECT_EQ(Ids(out), "0 - 0 -");
   EXPECT_EQ(core.Sent(), "");
+  EXPECT_EQ(driver.tagIds.size(), 1u);  // an empty name is not kept
 }
 
 TEST_F(TagResolveTest, AnEmptyNameStaysNullEvenWhenTheCacheHasIt) {
@@ -186,6 +252,44 @@ TEST_F(TagResolveTest, AFailedFirstBatchEndsTheList) {
   EXPECT_EQ(core.SentBytes().size(), 768u);
 }
 
+TEST_F(TagResolveTest, AFailedSecondBatchKeepsWhatTheFirstOneBrought) {
+  Knows("X", 1);
+  const std::string big(764, 'b');
+  const std::string bigger(764, 'c');
+  core.AnswersBytes(Batch({3}) + "l...." + Batch({4}));
+  EXPECT_FALSE(Resolve("X," + big + "," + bigger + ",Y,X"));
+  EXPECT_EQ(core.SentBytes().size(), 2u * 768u);
+  EXPECT_EQ(Ids(out), "1 3");
+  EXPECT_EQ(driver.tagIds, (std::map<CString, unsigned short>{{"X", 1}, {big, 3}}));
+  EXPECT_EQ(driver.tags[3].name, big);
+}
+
+TEST_F(TagResolveTest, APreparedBatchThatFailsLeavesEverythingAsItWas) {
+  Knows("A", 0);
+  out = {&driver.tags[4]};
+  core.Answers("6C 01 00 00 00");
+  EXPECT_FALSE(driver.ReqBatchGetPoss({"A"}, "L", 1, out));
+  core.Answers("4C 01 00 00");
+  core.HangsUp();
+  EXPECT_FALSE(driver.ReqBatchGetPoss({"A"}, "L", 1, out));
+  EXPECT_EQ(Ids(out), "4");
+  EXPECT_EQ(driver.tagIds.at("A"), 0);
+  EXPECT_EQ(driver.tags[1].name, "");
+}
+
+TEST_F(TagResolveTest, ExactlyTheBytesOfTheAnswerAreRead) {
+  core.AnswersBytes(Batch({0, 1}) + "zz");
+  EXPECT_TRUE(Resolve("A,B"));
+  EXPECT_EQ(core.Unread(), "7A 7A");
+}
+
+TEST_F(TagResolveTest, APreparedBatchWithoutNamesIsAnsweredByTheLetterAlone) {
+  core.AnswersBytes("Lz");
+  EXPECT_TRUE(driver.ReqBatchGetPoss({}, "Lxyz", 4, out));
+  EXPECT_EQ(Ids(out), "");
+  EXPECT_EQ(core.Unread(), "7A");
+}
+
 TEST_F(TagResolveTest, EveryCutOfTheAnswerFails) {
   const std::string answer = Batch({0, 1});
   for (size_t cut = 0; cut <= answer.size(); ++cut) {
@@ -197,6 +301,7 @@ TEST_F(TagResolveTest, EveryCutOfTheAnswerFails) {
     Tags entries;
     EXPECT_EQ(subject.CheckTagId("A,B", entries), cut == answer.size()) << cut;
     EXPECT_EQ(entries.size(), cut == answer.size() ? 2u : 0u) << cut;
+    EXPECT_EQ(subject.tagIds.size(), cut == answer.size() ? 2u : 0u) << cut;
   }
 }
 
@@ -225,7 +330,9 @@ TEST_F(TagResolveTest, ADriverOfAnEndedSessionResolvesNothing) {
   KnowsAllTags();
   core.gate.Close();
   EXPECT_FALSE(Resolve("A"));
+  EXPECT_FALSE(driver.ReqBatchGetPoss({"B"}, "L", 1, out));
   EXPECT_EQ(Ids(out), "");
+  EXPECT_EQ(core.Sent(), "");
 }
 
 TEST_F(TagResolveTest, APreparedBatchIsSentAsItIsAndItsAnswerTakenInOrder) {

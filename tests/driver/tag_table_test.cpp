@@ -35,22 +35,41 @@ TEST_F(TagTableTest, ThreeTagsOnAnEmptyTableHaveIdsZeroToTwoAndNothingElse) {
     EXPECT_EQ(fresh.tags[i].value.vt, VT_EMPTY);
     EXPECT_EQ(fresh.tags[i].value.i64, 0);
     EXPECT_EQ(fresh.tags[i].connected, 0);
+    EXPECT_EQ(fresh.tags[i].type, VT_EMPTY);
   }
 }
 
 TEST_F(TagTableTest, ShrinkingFreesTagsAndGrowingAgainGivesFreshOnes) {
-  for (CDBDriver::STag& tag : driver.tags) SetText(tag, "a text long enough to live on the heap by itself");
+  for (CDBDriver::STag& tag : driver.tags) {
+    SetText(tag, "a text long enough to live on the heap by itself").type = VT_BSTR;
+    tag.id = 99;
+  }
+  ASSERT_EQ(Notified(4, "6E 65 77 00"), 4);
   driver.SetTagCount(2);
   ASSERT_EQ(driver.tags.size(), 2u);
   EXPECT_EQ(Shown(1), "'a text long enough to live on the heap by itself'");
+  EXPECT_EQ(driver.tags[0].id, 0);
+  EXPECT_EQ(driver.tags[1].id, 1);
 
   driver.SetTagCount(5);
   for (uint16_t i = 2; i < 5; ++i) {
     EXPECT_EQ(driver.tags[i].id, i);
     EXPECT_EQ(driver.tags[i].name, "");
-    EXPECT_EQ(driver.tags[i].value.vt, VT_EMPTY);
+    EXPECT_EQ(driver.tags[i].Value().vt, VT_EMPTY);
     EXPECT_EQ(driver.tags[i].connected, 0);
+    EXPECT_EQ(Notified(i, "6E 65 77 00"), 65535);  // its type is unknown again
   }
+}
+
+TEST_F(TagTableTest, AQueuedChangeOfATagThatIsNoMoreIsFreedAndNotDelivered) {
+  driver.SetCBFunc(js.Env(), js.Recorder());
+  for (const size_t tag : {1u, 4u}) {
+    SetText(driver.tags[tag], "text").type = VT_BSTR;
+    ASSERT_EQ(Notified(static_cast<uint16_t>(tag), "6E 65 77 00"), 4);
+  }
+  driver.SetTagCount(2);
+  EXPECT_EQ(js.Drain(), 2u);
+  EXPECT_EQ(js.calls, std::vector<std::string>{"('Pump', 'text', 'new')"});
 }
 
 TEST_F(TagTableTest, TheSameCountNumbersTheTagsAnewAndKeepsTheRest) {
@@ -63,8 +82,10 @@ TEST_F(TagTableTest, TheSameCountNumbersTheTagsAnewAndKeepsTheRest) {
 }
 
 TEST_F(TagTableTest, GrowingKeepsValuesNamesAndConnections) {
-  SetText(driver.tags[0], "kept");
+  SetText(driver.tags[0], "kept").id = 99;
   driver.SetTagCount(65535);
+  EXPECT_EQ(driver.tags[0].id, 0);
+  EXPECT_EQ(driver.tags[0].name, "kept");
   EXPECT_EQ(Shown(0), "'kept'");
   EXPECT_EQ(driver.tags[0].connected, 1);
   EXPECT_EQ(driver.tags[65534].id, 65534);
@@ -89,6 +110,41 @@ TEST_F(TagTableTest, ADriverWithoutTagsAsksForNoName) {
   EXPECT_EQ(driver.GetTagId("A"), 65535);
   EXPECT_TRUE(core.asked.empty());
   EXPECT_TRUE(driver.tagIds.empty());
+}
+
+TEST_F(TagTableTest, ADriverWithoutTagsDoesNotAnswerFromItsCacheEither) {
+  Knows("A", 0);
+  driver.SetTagCount(0);
+  EXPECT_EQ(driver.GetTagId("A"), 65535);
+  EXPECT_TRUE(core.asked.empty());
+}
+
+TEST_F(TagTableTest, ASingleNameIsAskedForAsItStands) {
+  core.nextId = 0;
+  EXPECT_EQ(driver.GetTagId(" A,B "), 0);
+  EXPECT_EQ(driver.GetTagId(" "), 0);
+  EXPECT_EQ(core.asked, (std::vector<std::string>{"513  A,B ", "513  "}));
+  EXPECT_EQ(driver.tagIds.count(" A,B "), 1u);
+}
+
+TEST_F(TagTableTest, ATagOfTwoNamesHasTheOneThatWasResolvedLast) {
+  core.nextId = 2;
+  driver.GetTagId("Level");
+  driver.GetTagId("Stand");
+  EXPECT_EQ(driver.tags[2].name, "Stand");
+  EXPECT_EQ(driver.GetTagId("Level"), 2);  // from the cache: names no tag
+  EXPECT_EQ(driver.tags[2].name, "Stand");
+}
+
+TEST_F(TagTableTest, KnownNamesOutliveTheirTags) {
+  core.nextId = 4;
+  driver.GetTagId("Level");
+  driver.SetTagCount(2);
+  EXPECT_EQ(driver.GetTagId("Level"), 4);
+  driver.SetTagCount(5);
+  EXPECT_EQ(driver.GetTagId("Level"), 4);
+  EXPECT_EQ(driver.tags[4].name, "");  // a fresh tag: only a resolved name is stored
+  EXPECT_EQ(core.asked.size(), 1u);
 }
 
 TEST_F(TagTableTest, ANameIsAskedForWithTheDriverNumberOnceAndStoredInItsTag) {
