@@ -54,10 +54,10 @@ const FakeClasses::Property& FakeClasses::Method(napi_value object, const std::s
 
 // --- the stubs
 
-#define ENTER(name)                                                                       \
-  FakeNapi& js = *env->js;                                                                \
-  FakeClasses& classes = *FakeClasses::current;                                           \
-  static_cast<void>(classes);                                                             \
+#define ENTER(name)                             \
+  FakeNapi& js = *env->js;                      \
+  FakeClasses& classes = *FakeClasses::current; \
+  static_cast<void>(classes);                   \
   if (const napi_status entered = js.Enter(#name); entered != napi_ok) return entered
 
 namespace {

@@ -66,16 +66,16 @@ class FakeClasses {
 
   FakeNapi js;
   std::vector<Class> classes;
-  std::vector<napi_ref> references;  // not deleted yet
+  std::vector<napi_ref> references;                                             // not deleted yet
   std::map<napi_value, std::vector<Property>> properties;                       // as napi_define_properties got them
   std::map<napi_value, std::vector<std::pair<std::string, napi_value>>> named;  // as napi_set_named_property did
   std::map<napi_value, Finalizer> wrapped;
   std::map<napi_value, std::vector<Finalizer>> finalizers;
   std::vector<std::pair<void (*)(void*), void*>> hooks;  // clean-up hooks of the environment
-  size_t newInstanceArgs = 0;  // how many arguments napi_new_instance got
-  size_t wantedArgs = 0;       // how many the last napi_get_cb_info asked for
-  bool wantedThis = false;     // and whether it asked for `this`
-  bool wantedData = false;     // and for the data
+  size_t newInstanceArgs = 0;                            // how many arguments napi_new_instance got
+  size_t wantedArgs = 0;                                 // how many the last napi_get_cb_info asked for
+  bool wantedThis = false;                               // and whether it asked for `this`
+  bool wantedData = false;                               // and for the data
   Finalizer instanceData{};
   std::function<void()> onDeleteReference;  // runs before a reference is deleted, when set
 

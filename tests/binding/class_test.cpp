@@ -50,8 +50,8 @@ TEST_F(BindingTest, InitKeepsTheClassByOneReferenceAndExportsIt) {
 }
 
 TEST(Init, OfAnEnvironmentThatFailsThrowsAndGivesTheExports) {
-  for (const char* call : {"napi_define_class", "napi_set_instance_data", "napi_create_reference",
-                           "napi_set_named_property"}) {
+  for (const char* call :
+       {"napi_define_class", "napi_set_instance_data", "napi_create_reference", "napi_set_named_property"}) {
     FakeClasses api;
     const napi_value exports = api.js.Object();
     api.js.Fail(call);
@@ -153,8 +153,8 @@ TEST_F(BindingTest, SetRtAlarmNotifyReadsTheFlagBehindTheObject) {
   const napi_value result = api.Call(DbCore::SetRtAlarmNotify, instance, {js.Recorder(), js.Boolean(true)});
   EXPECT_EQ(FakeNapi::Show(result), "-2");  // no session
   ASSERT_GE(js.log.size(), 3u);
-  EXPECT_EQ(Names(js.log.begin(), js.log.begin() + 3), (Names{"napi_get_cb_info", "napi_unwrap",
-                                                              "napi_get_value_bool"}));
+  EXPECT_EQ(Names(js.log.begin(), js.log.begin() + 3),
+            (Names{"napi_get_cb_info", "napi_unwrap", "napi_get_value_bool"}));
   EXPECT_EQ(api.wantedArgs, 2u);
   EXPECT_TRUE(api.wantedThis);
 }
@@ -174,15 +174,22 @@ TEST_F(BindingTest, AFailureInNewIsThrownAndLeavesNoObject) {
 }
 
 TEST_F(BindingTest, AFailureInAPlainCallIsThrown) {
-  ExpectThrows({{"napi_get_new_target"}, {"napi_get_cb_info"}, {"napi_get_instance_data"},
-                {"napi_get_reference_value"}, {"napi_new_instance"}},
+  ExpectThrows({{"napi_get_new_target"},
+                {"napi_get_cb_info"},
+                {"napi_get_instance_data"},
+                {"napi_get_reference_value"},
+                {"napi_new_instance"}},
                [this] { return api.Call(DbCore::New, js.Undefined(), {}); });
   EXPECT_EQ(api.wrapped.size(), 1u);
 }
 
 TEST_F(BindingTest, AFailureInConnectIsThrown) {
-  ExpectThrows({{"napi_get_cb_info"}, {"napi_get_value_string_utf8", 0}, {"napi_get_value_string_utf8", 1},
-                {"napi_get_value_string_utf8", 2}, {"napi_unwrap"}, {"napi_create_int32"}},
+  ExpectThrows({{"napi_get_cb_info"},
+                {"napi_get_value_string_utf8", 0},
+                {"napi_get_value_string_utf8", 1},
+                {"napi_get_value_string_utf8", 2},
+                {"napi_unwrap"},
+                {"napi_create_int32"}},
                [this] {
                  return api.Call(DbCore::Connect, instance, {Text("127.0.0.1:1"), Text("operator"), Text("secret")});
                });

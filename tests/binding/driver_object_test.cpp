@@ -3,7 +3,7 @@
 
 namespace {
 
-constexpr char kGb2312Name[] = "\xCB\xAE";     // 水
+constexpr char kGb2312Name[] = "\xCB\xAE";  // 水
 constexpr char kUtf8Name[] = "\xE6\xB0\xB4";
 
 }  // namespace
@@ -138,8 +138,9 @@ TEST_F(DriverObjectTest, AFailureInAMethodIsThrown) {
                [this] { return Call("ConnectTag", {Text("A")}); });
   ExpectThrows({{"napi_get_cb_info"}, {"napi_get_value_string_utf8"}, {"napi_create_uint32"}},
                [this] { return Call("GetTagValue", {Text("A")}); });
-  ExpectThrows({{"napi_get_cb_info"}, {"napi_get_value_string_utf8"}, {"napi_create_int32"}},
-               [this] { return Call("SetTagValue", {Text("A"), js.Number(1)}); });
+  ExpectThrows({{"napi_get_cb_info"}, {"napi_get_value_string_utf8"}, {"napi_create_int32"}}, [this] {
+    return Call("SetTagValue", {Text("A"), js.Number(1)});
+  });
   ExpectThrows({{"napi_create_int32"}}, [this] { return Call("SetTagValue", {}); });
 }
 
