@@ -19,6 +19,10 @@ class DbCore : public CDBCore {
   // Defines the class "DBCore" on exports. napi_ok or the first failing status.
   static napi_status Init(napi_env environment, napi_value exports);
 
+  // The reference to the class that Init made in this environment, for plain calls. Null without one, and after a
+  // failure, which throws.
+  static napi_ref constructor(napi_env environment);
+
   // Constructor of the class; as a plain call it gives a new instance, too.
   static napi_value New(napi_env environment, napi_callback_info info);
 
@@ -44,3 +48,6 @@ class DbCore : public CDBCore {
 
   bool hooked_ = false;  // the clean-up hook is in place
 };
+
+// The module's registration function: defines the class on exports, which it returns. A failure throws.
+napi_value Init(napi_env env, napi_value exports);

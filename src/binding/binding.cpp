@@ -41,14 +41,13 @@ DbCore* Unwrap(napi_env env, napi_value self) {
 
 // A plain call of the class: as with `new`.
 napi_value NewInstance(napi_env env) {
-  void* data = nullptr;
-  if (!NapiCheck(env, napi_get_instance_data(env, &data)) || data == nullptr) return nullptr;
   napi_value constructor = nullptr;
   napi_value instance = nullptr;
-  napi_ref reference = static_cast<EnvironmentData*>(data)->constructor;
-  if (!NapiCheck(env, napi_get_reference_value(env, reference, &constructor))) return nullptr;
+  if (!NapiCheck(env, napi_get_reference_value(env, DbCore::constructor(env), &constructor))) return nullptr;
   return NapiCheck(env, napi_new_instance(env, constructor, 0, nullptr, &instance)) ? instance : nullptr;
 }
+
+}  // namespace
 
 napi_value Init(napi_env env, napi_value exports) {
   KeepConvertersLoaded();
@@ -56,7 +55,11 @@ napi_value Init(napi_env env, napi_value exports) {
   return exports;
 }
 
-}  // namespace
+napi_ref DbCore::constructor(napi_env environment) {
+  void* data = nullptr;
+  if (!NapiCheck(environment, napi_get_instance_data(environment, &data)) || data == nullptr) return nullptr;
+  return static_cast<EnvironmentData*>(data)->constructor;
+}
 
 napi_status DbCore::Init(napi_env environment, napi_value exports) {
   const auto method = [](const char* name, napi_callback function) {

@@ -12,8 +12,12 @@ const METHODS = ['Connect', 'KeepALive', 'GetDriver', 'SetRtAlarmNotify'];
 
 test('the class is named DBCore and has its four methods and no others', () => {
   assert.equal(DBCore.name, 'DBCore');
-  assert.deepEqual(Object.getOwnPropertyNames(DBCore.prototype).sort(), ['constructor', ...METHODS].sort());
-  for (const name of METHODS) assert.equal(typeof DBCore.prototype[name], 'function');
+  assert.deepEqual(Reflect.ownKeys(DBCore.prototype).sort(), ['constructor', ...METHODS].sort());
+  for (const name of METHODS) {
+    const { value, writable, enumerable, configurable } = Object.getOwnPropertyDescriptor(DBCore.prototype, name);
+    assert.equal(typeof value, 'function');
+    assert.deepEqual([writable, enumerable, configurable], [false, false, false]);
+  }
 });
 
 test('an instance has no properties of its own', () => {

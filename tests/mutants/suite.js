@@ -6,7 +6,7 @@ const { readdirSync } = require('node:fs');
 const path = require('node:path');
 const { users } = require('./changes');
 
-const programs = ['base', 'value', 'net', 'files', 'driver', 'core']; // the folders that have one; the add-on's has none
+const programs = ['base', 'value', 'net', 'files', 'driver', 'core', 'binding']; // the folders that have one
 
 // A program hangs when it takes so many times as long as without a change, and so many milliseconds at least.
 const patience = 10;

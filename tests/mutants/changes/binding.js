@@ -44,6 +44,20 @@ module.exports = [
     'alarms are replayed when not asked for',
   ],
   ['binding.cpp', 'method("KeepALive", KeepALive)', 'method("KeepAlive", KeepALive)', 'the name of a method'],
+  ['binding.cpp', 'environment, type, 1,', 'environment, type, 2,', 'the class is referred to twice'],
+  ['binding.cpp', '{1, 0, "../../binding"', '{1, 0, "../binding"', 'the record of the module names another file'],
+  [
+    'binding.cpp',
+    '  NapiCheck(env, DbCore::Init(env, exports));\n',
+    '  DbCore::Init(env, exports);\n',
+    'a class that cannot be defined throws nothing',
+  ],
+  [
+    'binding.cpp',
+    'if (!NapiCheck(environment, napi_get_value_bool(environment, args[1], &replayCurrent))) return nullptr;',
+    'if (napi_get_value_bool(environment, args[1], &replayCurrent) != napi_ok) return nullptr;',
+    'a flag that is no boolean throws nothing',
+  ],
 
   // DriverMethods.cpp
   ['DriverMethods.cpp', 'kTagListRoom = 2048;', 'kTagListRoom = 2047;', 'a tag list is cut by a byte'],
@@ -96,8 +110,20 @@ module.exports = [
     '',
     'the receive thread outlives the tag callback when a worker ends',
   ],
+  [
+    'DriverMethods.cpp',
+    'if (!NapiCheck(env, napi_create_object(env, &object))) return nullptr;',
+    'if (napi_create_object(env, &object) != napi_ok) return nullptr;',
+    'a driver object that cannot be made throws nothing',
+  ],
 
   // DbCore.cpp
+  [
+    'DbCore.cpp',
+    '  if (wrapperRef != nullptr) napi_delete_reference(env, wrapperRef);\n  EndForGood();\n',
+    '  EndForGood();\n  if (wrapperRef != nullptr) napi_delete_reference(env, wrapperRef);\n',
+    'the reference to an instance is deleted behind its session',
+  ],
   ['DbCore.cpp', '  _Disconnect();\n', '', 'a collected instance stays connected'],
   ['DbCore.cpp', '  ReleaseAlarmFunc();\n', '', 'the alarm function is never released'],
   [
