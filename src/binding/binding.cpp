@@ -135,7 +135,7 @@ napi_value DbCore::GetDriver(napi_env environment, napi_callback_info info) {
   if (core == nullptr) return nullptr;
   CString name;
   name.FromUtf8(utf8, static_cast<unsigned int>(length));
-  CDBDriver* driver = core->_GetDriver(name.c_str());
+  CDBDriver* driver = core->_GetDriver(name);
   return driver != nullptr ? NewDriverObject(environment, core->self, driver) : nullptr;
 }
 

@@ -72,6 +72,7 @@ class CDBCore : public CClientSock, public IDriverCore {
   // The driver of that name (GB2312, exact), made on first use and owned by this core until the session ends; null
   // when the project has no such driver or the session is gone.
   CDBDriver* _GetDriver(const char* name);
+  CDBDriver* _GetDriver(const CString& name) { return _GetDriver(name.c_str()); }
 
   // Brings one project file up to date in the local tree; files tells the time and size of those the project lists, by
   // lower-case name. Non-zero on success (see GetFile); a file that is neither listed nor below media/, recdata/ or
@@ -100,6 +101,7 @@ class CDBCore : public CClientSock, public IDriverCore {
 
   int RequestAll(const void* request, uint32_t requestLen, uint32_t replyLen, void* reply) override;
   bool GetTagId(uint16_t driverIndex, const char* name, uint16_t& id) override;
+  bool GetTagId(uint16_t driverIndex, const char* name, uint16_t* id) { return GetTagId(driverIndex, name, *id); }
 
   // Asks the server to stop notifying a tag; true when it confirms.
   bool UnadviseTag(int32_t id);

@@ -69,7 +69,7 @@ TEST_F(CoreRequestsTest, RequestsThatTheServerDoesNotTakeFailAfterTheirTimeOutAn
   core->_Disconnect();
   Connect();
   server.Answer(FromHex("4C 01 00"));
-  EXPECT_TRUE(core->GetTagId(0, "A", id));
+  EXPECT_TRUE(core->GetTagId(0, "A", &id));
 }
 
 TEST_F(CoreRequestsTest, RequestAllReceivesNothingWhenTheSendFailed) {
