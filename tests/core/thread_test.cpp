@@ -119,6 +119,16 @@ class ReceiveLoop : public ::testing::Test {
   }
   void TearDown() override { close(ends[1]); }
 
+  // How many receives the loop makes of so many bytes and the end behind them.
+  int ReceivesFor(size_t count) {
+    const std::string bytes(count, '\xFF');
+    EXPECT_EQ(send(ends[1], bytes.data(), count, MSG_NOSIGNAL), static_cast<ssize_t>(count));
+    EXPECT_EQ(shutdown(ends[1], SHUT_WR), 0);
+    const SystemHooks hooks;
+    core.DoRecv();
+    return hooks.Receives();
+  }
+
   FakeNapi js;
   TestCore core{js.Env()};
   int ends[2] = {-1, -1};
@@ -166,10 +176,10 @@ TEST_F(ReceiveLoop, EndsTheSessionWhenTheServerCloses) {
   EXPECT_TRUE(hooks.Pauses().empty());
 }
 
-TEST_F(ReceiveLoop, ReadsAtMost2048BytesAtOnce) {
-  EXPECT_EQ(send(ends[1], std::string(2049, '\xFF').data(), 2049, MSG_NOSIGNAL), 2049);
-  EXPECT_EQ(shutdown(ends[1], SHUT_WR), 0);
-  const SystemHooks hooks;
-  core.DoRecv();
-  EXPECT_EQ(hooks.Receives(), 3);  // 2048 bytes, one byte, the end
+TEST_F(ReceiveLoop, Reads2048BytesAtOnce) {
+  EXPECT_EQ(ReceivesFor(2048), 2);  // the bytes, the end
+}
+
+TEST_F(ReceiveLoop, Reads2049BytesInTwo) {
+  EXPECT_EQ(ReceivesFor(2049), 3);
 }
