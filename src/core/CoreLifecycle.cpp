@@ -50,8 +50,6 @@ CDBCore::~CDBCore() {
   _Disconnect();
   AwaitReceiver();
   DestroyRecvDone();
-  driverSlots.Forget();
-  drivers_.clear();
 }
 
 int CDBCore::_Connect(const char* address, const char* user, const char* password) {
