@@ -79,7 +79,7 @@ class CDBCore : public CClientSock, public IDriverCore {
   // syscfg/ is deleted locally instead.
   int GetPrjFile(const CString& name, const std::map<CString, SNFileInfo>& files);
 
-  // Destroys every driver object and empties driverInfo; driverSlots keeps its length.
+  // Destroys every driver object, in the order of the names, and empties driverInfo; driverSlots keeps its length.
   void ClearDrivers();
 
   // --- receive thread (CoreReceive.cpp)
@@ -178,7 +178,7 @@ class CDBCore : public CClientSock, public IDriverCore {
   void ReplayAlarms(napi_value callback, const std::vector<S2RtAlarm2>& alarms);
   void InstallAlarmFunc(napi_value callback);
 
-  bool subscribing_ = false;                         // JavaScript thread only
-  std::vector<std::unique_ptr<CDBDriver>> drivers_;  // owner of all driver objects; whoever is allowed by the gate
-  std::shared_ptr<ThreadEnd> threadEnd_;             // of the receive thread, when one was started
+  bool subscribing_ = false;  // JavaScript thread only
+  std::map<const CDBDriver*, std::unique_ptr<CDBDriver>> drivers_;  // owner of those made here; as driverInfo
+  std::shared_ptr<ThreadEnd> threadEnd_;                            // of the receive thread, when one was started
 };

@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "base/Encoding.h"
 #include "base/Wire.h"
@@ -49,7 +50,6 @@ CDBCore::~CDBCore() {
   _Disconnect();
   AwaitReceiver();
   DestroyRecvDone();
-  ClearDrivers();
 }
 
 int CDBCore::_Connect(const char* address, const char* user, const char* password) {
@@ -139,7 +139,8 @@ void CDBCore::_Disconnect() {
   notifySock.SetFixedPeer(0);
   notifySock.Shutdown();  // wakes the receive thread; its descriptor is closed when the thread has let go of it
   CloseRequestSock();
-  if (!WaitRecvDone()) return;
+  const bool posted = semReady && WaitRecvDone();
+  if (!posted && threadEnd_ != nullptr) return;  // a late thread still uses the rest: whoever comes next waits for it
   CloseNotifySock();
   DestroyRecvDone();
   ClearDrivers();
@@ -196,8 +197,9 @@ CDBDriver* CDBCore::_GetDriver(const char* name) {
   SNDrvInfoEx& info = entry->second;
   if (info.pDriver != nullptr) return info.pDriver;
 
-  drivers_.push_back(std::make_unique<CDBDriver>(env, entry->first, info.wDrvId, this));
-  info.pDriver = drivers_.back().get();
+  auto driver = std::make_unique<CDBDriver>(env, entry->first, info.wDrvId, this);
+  info.pDriver = driver.get();
+  drivers_[info.pDriver] = std::move(driver);
   info.pDriver->SetTagCount(info.wTagCount);
   if (info.wDrvId < driverSlots.size()) driverSlots.Publish(info.wDrvId, info.pDriver);
   return info.pDriver;
@@ -227,7 +229,10 @@ int CDBCore::GetPrjFile(const CString& name, const std::map<CString, SNFileInfo>
 
 void CDBCore::ClearDrivers() {
   driverSlots.Forget();  // its length stays until the next session sizes it
-  for (auto& [name, info] : driverInfo) info.pDriver = nullptr;
+  for (auto& [name, info] : driverInfo) {
+    CDBDriver* const driver = std::exchange(info.pDriver, nullptr);
+    if (drivers_.erase(driver) == 0) delete driver;  // one that was put there from outside is destroyed all the same
+  }
   drivers_.clear();
   driverInfo.clear();
 }

@@ -1,4 +1,6 @@
 // Opening a session that fails: the code of each failure, and that both connections are closed behind it.
+#include <algorithm>
+
 #include "core/CoreFixture.h"
 #include "support/HandshakeScript.h"
 
@@ -35,6 +37,12 @@ class ConnectFailureTest : public ::testing::Test {
     return code;
   }
 
+  // The pauses between the steps; the handshake has others.
+  static int StepPauses(const SystemHooks& hooks) {
+    const std::vector<unsigned int> pauses = hooks.Pauses();
+    return static_cast<int>(std::count(pauses.begin(), pauses.end(), 6000u));
+  }
+
   FakeNapi js;
   ScriptedPeer peer;
   MirrorCleaner mirror{peer.Address()};
@@ -64,6 +72,47 @@ TEST_F(ConnectFailureTest, NoAnswerToTheLoginGivesMinusTwo) {
 TEST_F(ConnectFailureTest, AServerThatIsGoneBeforeTheLoginGivesMinusTwo) {
   Opening().On(0).Reset();
   EXPECT_EQ(Connect(1), -2);
+}
+
+TEST_F(ConnectFailureTest, ALoginThatIsAnsweredIsFollowedByTheThirdPauseWhateverTheAnswer) {
+  for (const char* answer : {"0", "x"}) {
+    ScriptedPeer other;
+    const MirrorCleaner otherMirror(other.Address());
+    AddHandshake(other, "Plant").On(0).ExpectBytes(kLogin).ReplyBytes(answer);
+    other.Start();
+    const SystemHooks hooks;
+    EXPECT_LT(core._Connect(other.Address().c_str(), "user", "word"), 0);
+    other.Join();
+    EXPECT_EQ(StepPauses(hooks), 3) << answer;
+  }
+}
+
+TEST_F(ConnectFailureTest, NoAnswerToTheLoginIsNotFollowedByAPause) {
+  Opening().On(0).ExpectBytes(kLogin).Shutdown();
+  const SystemHooks hooks;
+  EXPECT_EQ(Connect(), -2);
+  EXPECT_EQ(StepPauses(hooks), 2);
+}
+
+TEST_F(ConnectFailureTest, AnEmptyProjectNameIsNoticedBehindTheFirstPause) {
+  Opening("").On(0).WaitClose().On(1).WaitClose();
+  const SystemHooks hooks;
+  EXPECT_EQ(Connect(), -3);
+  EXPECT_EQ(StepPauses(hooks), 1);
+}
+
+TEST_F(ConnectFailureTest, ARegistrationThatFailsPausesNowhere) {
+  peer.Accept().ReceiveSome().ReplyBytes("0");
+  const SystemHooks hooks;
+  EXPECT_EQ(Connect(), -2);
+  EXPECT_EQ(StepPauses(hooks), 0);
+}
+
+TEST_F(ConnectFailureTest, ARelayThatCannotBeReachedIsForgotten) {
+  EXPECT_EQ(core._Connect("p2p(127.210.21.1):Device", "user", "word"), -2);
+  EXPECT_EQ(core.requestSock.FixedPeer(), 0u);
+  EXPECT_EQ(core.notifySock.FixedPeer(), 0u);
+  EXPECT_FALSE(core.requestSock.IsSocket());
 }
 
 TEST_F(ConnectFailureTest, NobodyListeningGivesMinusTwo) {

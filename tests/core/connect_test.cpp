@@ -132,6 +132,31 @@ TEST_F(ConnectTest, AChineseProjectHasItsTreeUnderBothNames) {
   EXPECT_TRUE(std::filesystem::exists(mirror.Path() + "\xE6\xB0\xB4\xE5\x8E\x82/RecData/drvinfo.dat"));
 }
 
+TEST_F(ConnectTest, ASemaphoreThatIsReadyIsTakenAsItIs) {
+  sem_init(&core.recvDone, 0, 3);
+  core.semReady = true;
+  ExpectLogin().Reply("39").ExpectBytes(kFileRequest).ReplyBytes(ScriptedServer::FileReply("", 1));
+  peer.Start();
+  EXPECT_EQ(Connect(), 0);
+  peer.Join();
+  int posts = 0;
+  sem_getvalue(&core.recvDone, &posts);
+  EXPECT_EQ(posts, 3);
+}
+
+TEST(Core, BeginsDisconnectedWithoutDriversAndRights) {
+  FakeNapi js;
+  const TestCore core(js.Env());
+  EXPECT_FALSE(core.connected);
+  EXPECT_FALSE(core.semReady);
+  EXPECT_FALSE(core.localServer);
+  EXPECT_EQ(core.rights, 0u);
+  EXPECT_EQ(core.driverSlots.size(), 0u);
+  EXPECT_TRUE(core.driverInfo.empty());
+  EXPECT_TRUE(core.textList.empty());
+  EXPECT_TRUE(core.tagList.empty());
+}
+
 class SessionTest : public CoreTest {};
 
 TEST_F(SessionTest, HasOneSlotADriverAllEmptyAndASemaphore) {
@@ -140,6 +165,9 @@ TEST_F(SessionTest, HasOneSlotADriverAllEmptyAndASemaphore) {
   EXPECT_EQ(core->driverSlots[0], nullptr);
   EXPECT_EQ(core->driverSlots[1], nullptr);
   EXPECT_TRUE(core->semReady);
+  int posts = -1;
+  sem_getvalue(&core->recvDone, &posts);
+  EXPECT_EQ(posts, 0);
 }
 
 TEST_F(SessionTest, StartsOneThread) {

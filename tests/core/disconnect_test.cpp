@@ -39,8 +39,10 @@ TEST_F(DisconnectTest, ClosesBothConnectionsAndDestroysTheDriversQuickly) {
 TEST_F(DisconnectTest, TheThreadPausesSixtyMillisecondsForTheLastNotifications) {
   Connect();
   const SystemHooks hooks;
+  const auto begin = Clock::now();
   core->_Disconnect();
   EXPECT_EQ(hooks.Pauses(), std::vector<unsigned int>{60000});
+  EXPECT_GE(Since(begin), std::chrono::milliseconds(60));  // it tells of its end behind the pause
 }
 
 TEST_F(DisconnectTest, TheThreadEnds) {
@@ -86,6 +88,49 @@ TEST_F(DisconnectTest, WaitsAtMostSixteenSecondsForTheThread) {
   core->AwaitReceiver();  // the thread was late only
   EXPECT_TRUE(IsGone(*core));
   EXPECT_FALSE(core->semReady);
+}
+
+TEST_F(DisconnectTest, WithoutAThreadEverythingEndsBehindTheSixteenSeconds) {
+  core->driverInfo["Pump"] = {0, 5, nullptr};
+  Driver("Pump")->SetCBFunc(js.Env(), js.Recorder());
+  core->connected = true;
+  core->semReady = true;
+  sem_init(&core->recvDone, 0, 0);
+  SystemHooks hooks;
+  hooks.TimeOutSemaphoreWaits();
+  core->_Disconnect();
+  EXPECT_EQ(hooks.SemaphoreWaitSeconds(), 16);
+  EXPECT_FALSE(core->semReady);
+  EXPECT_TRUE(core->driverInfo.empty());
+  EXPECT_EQ(js.FunctionAt(0).released, 1);
+}
+
+TEST_F(DisconnectTest, WithoutASemaphoreThereIsNothingToWaitFor) {
+  core->driverInfo["Pump"] = {0, 5, nullptr};
+  core->connected = true;
+  const auto begin = Clock::now();
+  core->_Disconnect();
+  EXPECT_LT(Since(begin), kPromptly);
+  EXPECT_FALSE(core->connected);
+  EXPECT_TRUE(core->driverInfo.empty());
+}
+
+TEST_F(DisconnectTest, TheNotificationConnectionEndsBeforeTheRequestConnection) {
+  Connect();
+  const int request = core->requestSock.Descriptor();
+  const int notify = core->notifySock.Descriptor();
+  const SystemHooks hooks;
+  core->_Disconnect();
+  EXPECT_EQ(hooks.Ended(), (std::vector<int>{notify, request, notify}));  // the thread is woken first
+}
+
+TEST_F(DisconnectTest, TheFixedPeersAreForgotten) {
+  Connect();
+  core->requestSock.SetFixedPeer(1);
+  core->notifySock.SetFixedPeer(2);
+  core->_Disconnect();
+  EXPECT_EQ(core->requestSock.FixedPeer(), 0u);
+  EXPECT_EQ(core->notifySock.FixedPeer(), 0u);
 }
 
 TEST_F(DisconnectTest, ASignalDoesNotEndTheWait) {

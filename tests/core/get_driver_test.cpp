@@ -102,6 +102,53 @@ TEST_F(GetDriverTest, ANewSessionHasNewDriversAndItsOwnSlots) {
   EXPECT_EQ(core->_GetDriver("Valve")->tags.size(), 3u);
 }
 
+// A core that no server is needed for: its driver list is put there by hand.
+class DriverListTest : public ::testing::Test {
+ protected:
+  FakeNapi js;
+  TestCore core{js.Env()};
+};
+
+TEST_F(DriverListTest, AnEntryThatHasADriverGivesItAsItIs) {
+  CDBDriver driver(js.Env(), "Other", 9, &core);
+  core.driverInfo["Pump"] = {0, 5, &driver};
+  core.driverSlots.resize(1);
+  EXPECT_EQ(core._GetDriver("Pump"), &driver);
+  EXPECT_EQ(driver.tags.size(), 0u);  // neither sized nor entered anew
+  EXPECT_EQ(core.driverSlots[0], nullptr);
+  core.driverInfo.clear();
+}
+
+TEST_F(DriverListTest, ADriverWithoutASlotIsMadeAllTheSame) {
+  core.driverInfo["Far"] = {2, 3, nullptr};
+  core.driverSlots.resize(2);
+  CDBDriver* far = core._GetDriver("Far");
+  ASSERT_NE(far, nullptr);
+  EXPECT_EQ(far->Number(), 2);
+  EXPECT_EQ(core._GetDriver("Far"), far);
+  EXPECT_EQ(core.driverSlots.size(), 2u);
+}
+
+TEST_F(DriverListTest, ClearDriversGoesByTheOrderOfTheNames) {
+  for (const char* name : {"B", "C", "A"}) core.driverInfo[name] = {0, 1, nullptr};
+  for (const char* name : {"B", "C", "A"}) core._GetDriver(name)->SetCBFunc(js.Env(), js.Recorder());
+  core.ClearDrivers();
+  EXPECT_EQ(js.FunctionAt(2).order, 1);  // A
+  EXPECT_EQ(js.FunctionAt(0).order, 2);  // B
+  EXPECT_EQ(js.FunctionAt(1).order, 3);  // C
+  EXPECT_TRUE(core.driverInfo.empty());
+}
+
+TEST_F(DriverListTest, ClearDriversDestroysEveryDriverOfTheListWhoeverMadeIt) {
+  auto* driver = new CDBDriver(js.Env(), "Pump", 0, &core);
+  driver->SetCBFunc(js.Env(), js.Recorder());
+  core.driverInfo["Pump"] = {0, 5, driver};
+  core.driverInfo["Unused"] = {1, 5, nullptr};
+  core.ClearDrivers();
+  EXPECT_EQ(js.FunctionAt(0).released, 1);
+  EXPECT_TRUE(core.driverInfo.empty());
+}
+
 TEST(DriverSlots, GrowingKeepsTheSlotsAndShrinkingDropsTheRest) {
   DriverSlots slots;
   auto* driver = reinterpret_cast<CDBDriver*>(&slots);  // only its address matters

@@ -1,4 +1,6 @@
 // Bringing a project file up to date: which are fetched, which are deleted.
+#include <utime.h>
+
 #include "core/CoreFixture.h"
 
 class ProjectFileTest : public CoreTest {
@@ -51,6 +53,30 @@ TEST_F(ProjectFileTest, AnUnlistedFileIsFetchedWhateverTheLocalCopy) {
   server.Answer("UseLast:Yes\r\n\r\n");
   EXPECT_EQ(core->GetPrjFile("SysCfg/a", files), 1);
   EXPECT_NE(server.Requested(), "");
+}
+
+TEST_F(ProjectFileTest, AnUnlistedFileIsFetchedAlsoOverAnEmptyOneOfNoTime) {
+  std::ofstream(Local("SysCfg/a"), std::ios::binary).flush();
+  const utimbuf never{0, 0};
+  ASSERT_EQ(utime(Local("SysCfg/a").c_str(), &never), 0);
+  server.Answer("UseLast:Yes\r\n\r\n");
+  EXPECT_EQ(core->GetPrjFile("SysCfg/a", files), 1);
+  EXPECT_EQ(server.Requested(), "4SysCfg/a\r\nLastTime:0\r\nSize:0\r\nHello:Yes\r\n\r\n");
+}
+
+TEST_F(ProjectFileTest, AListedFileThatCannotBeHadGivesZero) {
+  files["window/a.wnd"] = {1000, 3};
+  server.CloseRequest();
+  EXPECT_EQ(core->GetPrjFile("Window/a.wnd", files), 0);
+}
+
+TEST_F(ProjectFileTest, AListedFileOfTheThreeDirectoriesGoesByItsEntry) {
+  Write("SysCfg/a");
+  struct stat status;
+  ASSERT_EQ(stat(Local("SysCfg/a").c_str(), &status), 0);
+  files["syscfg/a"] = {static_cast<uint32_t>(status.st_mtime), 3};
+  EXPECT_EQ(core->GetPrjFile("SysCfg/a", files), 1);
+  EXPECT_EQ(server.Requested(), "");
 }
 
 TEST_F(ProjectFileTest, AnyOtherUnlistedFileIsDeletedLocally) {

@@ -56,6 +56,15 @@ TEST_F(ServerCloseTest, NoPauseAndNoPostOnThisPath) {
   EXPECT_FALSE(core->semReady);
 }
 
+TEST_F(ServerCloseTest, TheFixedPeersAreForgotten) {
+  core->requestSock.SetFixedPeer(1);
+  core->notifySock.SetFixedPeer(2);
+  server.CloseNotify();
+  core->AwaitReceiver();
+  EXPECT_EQ(core->requestSock.FixedPeer(), 0u);
+  EXPECT_EQ(core->notifySock.FixedPeer(), 0u);
+}
+
 TEST_F(ServerCloseTest, BothConnectionsAreClosedTheRequestConnectionFirst) {
   const int request = core->requestSock.Descriptor();
   const int notify = core->notifySock.Descriptor();

@@ -431,6 +431,7 @@ napi_status napi_release_threadsafe_function(napi_threadsafe_function func, napi
     return napi_invalid_arg;
   }
   --func->threads;
+  func->order = ++js.releases_;
   if (mode == napi_tsfn_release) {
     ++func->released;
   } else {

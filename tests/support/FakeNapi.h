@@ -37,6 +37,7 @@ struct napi_threadsafe_function__ {
   size_t threads = 0;
   bool closing = false;
   int released = 0;   // releases with napi_tsfn_release
+  int order = 0;      // which of all releases of functions the last one was, from 1
   int aborted = 0;    // and with napi_tsfn_abort
   int blocking = 0;   // calls that would have been allowed to wait
   int refused = 0;    // calls answered with napi_closing or an injected failure
@@ -110,9 +111,10 @@ class FakeNapi {
   napi_extended_error_info lastError_{};
   std::set<std::string> messages_;  // what lastError_ has ever pointed to: Node-API's messages stay valid
   std::vector<std::unique_ptr<napi_threadsafe_function__>> functions_;
-  mutable std::mutex mutex_;  // guards functions_ and what they hold, queuedEver_ and failures_
+  mutable std::mutex mutex_;  // guards functions_ and what they hold, queuedEver_, releases_ and failures_
   std::condition_variable queued_;
   size_t queuedEver_ = 0;
+  int releases_ = 0;
 
  private:
   struct Failure {

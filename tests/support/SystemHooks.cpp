@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 #include <semaphore.h>
+#include <sys/socket.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -26,6 +27,7 @@ struct Settings {
   std::mutex mutex;
   std::vector<unsigned int> pauses;
   std::vector<int> closed;
+  std::vector<int> ended;
 };
 
 Settings& Current() {
@@ -40,6 +42,7 @@ extern "C" {
 ssize_t __real_recv(int fd, void* buf, size_t len, int flags);
 int __real_usleep(useconds_t us);
 int __real_close(int fd);
+int __real_shutdown(int fd, int how);
 time_t __real_time(time_t* out);
 int __real_clock_gettime(clockid_t clock, timespec* out);
 int __real_sem_timedwait(sem_t* sem, const timespec* until);
@@ -62,8 +65,17 @@ int __wrap_close(int fd) {
   {
     const std::lock_guard<std::mutex> lock(Current().mutex);
     Current().closed.push_back(fd);
+    Current().ended.push_back(fd);
   }
   return __real_close(fd);
+}
+
+int __wrap_shutdown(int fd, int how) {
+  {
+    const std::lock_guard<std::mutex> lock(Current().mutex);
+    Current().ended.push_back(fd);
+  }
+  return __real_shutdown(fd, how);
 }
 
 time_t __wrap_time(time_t* out) {
@@ -103,6 +115,7 @@ SystemHooks::SystemHooks() {
   const std::lock_guard<std::mutex> lock(Current().mutex);
   Current().pauses.clear();
   Current().closed.clear();
+  Current().ended.clear();
   Current().receives = 0;
 }
 
@@ -135,6 +148,11 @@ std::vector<unsigned int> SystemHooks::Pauses() const {
 std::vector<int> SystemHooks::Closed() const {
   const std::lock_guard<std::mutex> lock(Current().mutex);
   return Current().closed;
+}
+
+std::vector<int> SystemHooks::Ended() const {
+  const std::lock_guard<std::mutex> lock(Current().mutex);
+  return Current().ended;
 }
 
 int SystemHooks::Receives() const { return Current().receives; }

@@ -1,5 +1,5 @@
 // SystemHooks: some system calls of the code under test, noted and bent on demand. The test program has them led here
-// with vqdb_wrap(PROGRAM recv usleep close time clock_gettime sem_timedwait pthread_create).
+// with vqdb_wrap(PROGRAM recv usleep close shutdown time clock_gettime sem_timedwait pthread_create).
 // Everything is back to normal when the object goes; there is one at a time. Threads: any.
 #pragma once
 
@@ -32,5 +32,6 @@ class SystemHooks {
 
   std::vector<unsigned int> Pauses() const;  // microseconds of each usleep so far
   std::vector<int> Closed() const;           // descriptors closed so far, in order
+  std::vector<int> Ended() const;            // descriptors shut down or closed so far, in order
   int Receives() const;                      // receives so far
 };

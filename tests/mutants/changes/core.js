@@ -78,9 +78,21 @@ module.exports = [
   ['CoreLifecycle.cpp', '  gate->Close();\n', '', 'objects of an ended session go on using it'],
   [
     'CoreLifecycle.cpp',
-    '  if (!WaitRecvDone()) return;\n  CloseNotifySock();',
-    '  if (!WaitRecvDone()) return;',
+    '  CloseNotifySock();\n  DestroyRecvDone();\n  ClearDrivers();\n}\n\n// True',
+    '  DestroyRecvDone();\n  ClearDrivers();\n}\n\n// True',
     'a disconnect leaves the notification connection open',
+  ],
+  [
+    'CoreLifecycle.cpp',
+    'if (!posted && threadEnd_ != nullptr) return;',
+    'if (!posted) return;',
+    'a session without a thread keeps its drivers',
+  ],
+  [
+    'CoreLifecycle.cpp',
+    'if (drivers_.erase(driver) == 0) delete driver;',
+    ';',
+    'drivers are not destroyed by the order of their names',
   ],
   [
     'CoreLifecycle.cpp',
