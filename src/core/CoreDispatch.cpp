@@ -48,7 +48,8 @@ int CDBCore::OnDBNotify(const uint8_t* record, size_t available) {
 }
 
 CDBDriver* CDBCore::DriverInSlot(uint16_t index) const {
-  return index < driverSlots.size() ? driverSlots[index] : nullptr;
+  if (index >= driverSlots.size()) return nullptr;
+  return driverSlots[index];
 }
 
 int CDBCore::OnDriverRecord(const uint8_t* record, size_t available) {

@@ -201,7 +201,7 @@ CDBDriver* CDBCore::_GetDriver(const char* name) {
   info.pDriver = driver.get();
   drivers_[info.pDriver] = std::move(driver);
   info.pDriver->SetTagCount(info.wTagCount);
-  if (info.wDrvId < driverSlots.size()) driverSlots.Publish(info.wDrvId, info.pDriver);
+  if (info.wDrvId < driverSlots.size()) driverSlots[info.wDrvId] = info.pDriver;
   return info.pDriver;
 }
 

@@ -1,5 +1,5 @@
 // DriverSlots: the drivers by driver index. The JavaScript thread fills a slot when a driver is first asked for, the
-// receive thread reads it for each notification: a slot is published with release and read with acquire. The length
+// receive thread reads it for each notification: a slot is written with release and read with acquire. The length
 // changes only while no receive thread runs.
 #pragma once
 
@@ -9,31 +9,53 @@
 
 class CDBDriver;
 
+// A pointer to a driver, or null, that one thread may write while another reads it.
+class DriverSlot {
+ public:
+  DriverSlot& operator=(CDBDriver* driver) {
+    driver_.store(driver, std::memory_order_release);
+    return *this;
+  }
+  // NOLINTNEXTLINE(google-explicit-constructor): it stands for the pointer
+  operator CDBDriver*() const { return driver_.load(std::memory_order_acquire); }
+  CDBDriver* operator->() const { return *this; }
+
+ private:
+  std::atomic<CDBDriver*> driver_{nullptr};
+};
+
 class DriverSlots {
  public:
   size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
 
-  // The driver in slot index, or null. REQUIRES: index < size().
-  CDBDriver* operator[](size_t index) const { return slots_[index].load(std::memory_order_acquire); }
+  // REQUIRES: index < size().
+  DriverSlot& operator[](size_t index) { return slots_[index]; }
+  const DriverSlot& operator[](size_t index) const { return slots_[index]; }
 
-  void Publish(size_t index, CDBDriver* driver) { slots_[index].store(driver, std::memory_order_release); }
+  DriverSlot* begin() { return slots_.get(); }
+  DriverSlot* end() { return slots_.get() + size_; }
 
   // Keeps the slots up to count as they are; new ones are null. REQUIRES: no receive thread runs.
   void resize(size_t count) {
-    auto slots = std::make_unique<std::atomic<CDBDriver*>[]>(count);
-    for (size_t i = 0; i < count; ++i) {
-      slots[i].store(i < size_ ? (*this)[i] : nullptr, std::memory_order_relaxed);
-    }
+    auto slots = std::make_unique<DriverSlot[]>(count);
+    for (size_t i = 0; i < count && i < size_; ++i) slots[i] = static_cast<CDBDriver*>((*this)[i]);
     slots_ = std::move(slots);
     size_ = count;
   }
 
+  // REQUIRES: no receive thread runs.
+  void push_back(CDBDriver* driver) {
+    resize(size_ + 1);
+    slots_[size_ - 1] = driver;
+  }
+
   // Empties every slot; the length stays.
   void Forget() {
-    for (size_t i = 0; i < size_; ++i) Publish(i, nullptr);
+    for (DriverSlot& slot : *this) slot = nullptr;
   }
 
  private:
-  std::unique_ptr<std::atomic<CDBDriver*>[]> slots_;
+  std::unique_ptr<DriverSlot[]> slots_;
   size_t size_ = 0;
 };

@@ -154,7 +154,7 @@ TEST(DriverSlots, GrowingKeepsTheSlotsAndShrinkingDropsTheRest) {
   auto* driver = reinterpret_cast<CDBDriver*>(&slots);  // only its address matters
   EXPECT_EQ(slots.size(), 0u);
   slots.resize(2);
-  slots.Publish(1, driver);
+  slots[1] = driver;
   slots.resize(3);
   EXPECT_EQ(slots[0], nullptr);
   EXPECT_EQ(slots[1], driver);
@@ -162,10 +162,13 @@ TEST(DriverSlots, GrowingKeepsTheSlotsAndShrinkingDropsTheRest) {
   slots.resize(1);
   slots.resize(2);
   EXPECT_EQ(slots[1], nullptr);
-  slots.Publish(0, driver);
+  slots[0] = driver;
   slots.Forget();
   EXPECT_EQ(slots[0], nullptr);
   EXPECT_EQ(slots.size(), 2u);
   slots.resize(0);
-  EXPECT_EQ(slots.size(), 0u);
+  EXPECT_TRUE(slots.empty());
+  slots.push_back(nullptr);
+  slots.push_back(driver);
+  EXPECT_EQ(std::vector<CDBDriver*>(slots.begin(), slots.end()), (std::vector<CDBDriver*>{nullptr, driver}));
 }

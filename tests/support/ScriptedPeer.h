@@ -49,7 +49,7 @@ class ScriptedPeer {
     addr.sin_port = htons(port);
     inet_pton(AF_INET, host.c_str(), &addr.sin_addr);
     socklen_t len = sizeof addr;
-    if (bind(listener_, reinterpret_cast<sockaddr*>(&addr), len) != 0 || listen(listener_, 64) != 0 ||
+    if (!Bind(addr) || listen(listener_, 64) != 0 ||
         getsockname(listener_, reinterpret_cast<sockaddr*>(&addr), &len) != 0) {
       throw std::runtime_error("cannot listen on " + host + ": " + std::strerror(errno));
     }
@@ -190,6 +190,16 @@ class ScriptedPeer {
 
  private:
   static constexpr std::chrono::seconds kBound{10};
+
+  // A port that is fixed may for a moment be that of the same test in another checkout.
+  bool Bind(const sockaddr_in& addr) const {
+    const auto late = std::chrono::steady_clock::now() + kBound;
+    while (bind(listener_, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) != 0) {
+      if (errno != EADDRINUSE || std::chrono::steady_clock::now() > late) return false;
+      poll(nullptr, 0, 1);
+    }
+    return true;
+  }
 
   struct Connection {
     int descriptor;

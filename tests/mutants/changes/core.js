@@ -112,7 +112,7 @@ module.exports = [
   ['CoreLifecycle.cpp', 'if (info.pDriver != nullptr) return info.pDriver;', ';', 'each asking makes a new driver'],
   [
     'CoreLifecycle.cpp',
-    'if (info.wDrvId < driverSlots.size()) driverSlots.Publish(info.wDrvId, info.pDriver);',
+    'if (info.wDrvId < driverSlots.size()) driverSlots[info.wDrvId] = info.pDriver;',
     ';',
     'notifications do not reach a driver',
   ],
@@ -291,6 +291,6 @@ module.exports = [
   ],
   ['Thread.cpp', '  sigfillset(&all);', '  sigemptyset(&all);', 'signals of the host interrupt the receive thread'],
   ['Thread.cpp', '  pthread_sigmask(SIG_SETMASK, &before, nullptr);\n', '', "the caller's signals stay blocked"],
-  ['DriverSlots.h', 'i < size_ ? (*this)[i] : nullptr', 'nullptr', 'resizing loses the drivers'],
+  ['DriverSlots.h', 'slots[i] = static_cast<CDBDriver*>((*this)[i]);', 'static_cast<void>(i);', 'resizing loses the drivers'],
   ['S2RtAlarm2.h', 'p[14],                p[15],', 'p[15],                p[14],', 'the attributes change places'],
 ];
