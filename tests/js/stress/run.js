@@ -3,11 +3,12 @@
 //   cycles    sessions that begin and end, ended by either side at random states            10000 rounds
 //   workers   workers with a session that are terminated at random moments                    500
 //   exits     processes with sessions that exit at random moments                             200
+//   soak      changes, reads, writes and a reconnect every few seconds; rounds are minutes     30
 //   latency   how soon the end of a session is through                                         20
 // Each ends with its figures; the exit code is 1 when one of them found something.
 const { parseArgs } = require('node:util');
 
-const NAMES = ['latency', 'exits', 'workers', 'cycles'];
+const NAMES = ['latency', 'exits', 'workers', 'cycles', 'soak'];
 const USAGE = `usage: npm run stress -- [${NAMES.join('|')}...] [--rounds N] [--seed N]`;
 
 function options() {
