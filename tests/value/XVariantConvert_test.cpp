@@ -560,6 +560,8 @@ TEST_F(XVariantConvertTest, TextIsReadAsADateInAnyZone) {
       {"2024-02-03 12:xx", 45325.5},
       {"2024-02-03 12:00:", 45325.5},
       {"2024-02-03 :30", 45325.0},
+      {"2024-02-03 12::30", 45325.5},  // nothing is read behind the first field that is missing
+      {"2024-- 5", 45292.0},
       {"2024-02-03 1:2:3", 45325.0 + 3723.0 * kSecond},
       {" 2024-02-03", 45325.0},
       {"+2024- 2- 3\t 12: 0: 0", 45325.5},
