@@ -3,6 +3,13 @@
 //
 // Numbers are printed and read with the decimal point of the process's LC_NUMERIC locale; Node.js leaves it at "C".
 // Dates go through the process's time zone (TZ), as the C library keeps it.
+//
+// On 32-bit x86 the SSE registers are asked for (Node.js needs them anyway): the x87 registers keep more bits than a
+// float or a double has, so half a unit or the last second would be rounded otherwise than elsewhere.
+#if defined(__i386__) && defined(__GNUC__) && !defined(__clang__)
+#pragma GCC target("sse2,fpmath=sse")
+#endif
+
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>

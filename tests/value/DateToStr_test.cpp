@@ -53,6 +53,26 @@ TEST(DateToStrTest, TheResultCountsTheSecondsAlone) {
   EXPECT_EQ((Formatted{"", 0}), Format(""));
 }
 
+// A field's number may complete a padded token: "$$YM" with a year of 2 becomes "$2M". A later field takes that up.
+TEST(DateToStrTest, TheFieldsAreReplacedFromTheYearToTheSecond) {
+  const std::string letters = "YMDhms";
+  for (size_t first = 0; first < letters.size(); ++first) {
+    for (size_t second = first + 1; second < letters.size(); ++second) {
+      int fields[] = {7, 7, 7, 7, 7, 7};
+      const auto format = [&fields](const std::string& pattern) {
+        CString out;
+        DateToStr(fields[0], fields[1], fields[2], fields[3], fields[4], fields[5], pattern, out);
+        return std::string(out);
+      };
+      fields[first] = 2;
+      EXPECT_EQ("07", format(std::string("$$") + letters[first] + letters[second]));
+      fields[first] = 7;
+      fields[second] = 2;
+      EXPECT_EQ(std::string("$2") + letters[first], format(std::string("$$") + letters[second] + letters[first]));
+    }
+  }
+}
+
 TEST(DateToStrTest, MonthAndMinuteDifferInCaseOnly) { EXPECT_EQ((Formatted{"3 8", 0}), Format("$M $m")); }
 
 TEST(DateToStrTest, UnknownTokensStay) { EXPECT_EQ((Formatted{"$X $3Y $", 0}), Format("$X $3Y $")); }

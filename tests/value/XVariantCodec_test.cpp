@@ -87,6 +87,19 @@ TEST(XVariantCodecTest, EveryTypeEncodesToItsBytes) {
   }
 }
 
+TEST(XVariantCodecTest, EncodingWritesAtAnyAddressAndNothingAroundTheValue) {
+  for (const Encoding& row : Encodings()) {
+    for (bool withType : {true, false}) {
+      for (unsigned int size : {0u, 1u, 1000u}) {  // not consulted
+        const std::string bytes = (withType ? TypeWord(row.value.vt) : "") + row.bytes;
+        std::string room(bytes.size() + 9, 'x');
+        EXPECT_EQ(bytes.size(), row.value.ToBuffer(room.data() + 1, size, withType)) << row.value.vt;
+        EXPECT_EQ("x" + bytes + "xxxxxxxx", room) << row.value.vt;
+      }
+    }
+  }
+}
+
 TEST(XVariantCodecTest, AnEmptyVariantIsJustItsTypeWord) {
   EXPECT_EQ(2u, XVariant().BufferSize(true));
   EXPECT_EQ("\0\0"s, Encode(XVariant(), true));

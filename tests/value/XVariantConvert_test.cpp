@@ -50,25 +50,36 @@ TEST_F(XVariantConvertTest, IntegersPrintInFull) {
       {Int16(kMin16), "-32768", "-32768.0", "-32768"},
       {Int16(kMax16), "32767", "32767.0", "32767"},
       {Int16(0), "0", "0.0", "0"},
+      {Int16(-1), "-1", "-1.0", "-1"},
       {Uint16(0), "0", "0.0", "0"},
       {Uint16(65535), "65535", "65535.0", "65535"},
       {Int32(kMin32), "-2147483648", "-2147483648.0", "-2147483648"},
       {Int32(kMax32), "2147483647", "2147483647.0", "2147483647"},
       {Int32(kMin32, VT_INT), "-2147483648", "-2147483648.0", "-2147483648"},
       {Int32(-1, VT_INT), "-1", "-1.0", "-1"},
+      {Int32(kMax32, VT_INT), "2147483647", "2147483647.0", "2147483647"},
+      {Int32(0), "0", "0.0", "0"},
+      {Int32(0, VT_INT), "0", "0.0", "0"},
       {Uint32(kMaxU32), "4294967295", "4294967295.0", "4294967295"},
+      {Uint32(kMaxU32, VT_UINT), "4294967295", "4294967295.0", "4294967295"},
+      {Uint32(0), "0", "0.0", "0"},
+      {Uint32(0, VT_UINT), "0", "0.0", "0"},
       {Uint32(0x80000000u, VT_UINT), "2147483648", "2147483648.0", "2147483648"},
+      {Byte(VT_I1, 0), "0", "0.0", "0"},
+      {Byte(VT_I1, 0x7f), "127", "127.0", "127"},
       {Byte(VT_I1, 0x80), "128", "128.0", "128"},  // unsigned, though the type is signed
       {Byte(VT_I1, 0xff), "255", "255.0", "255"},
       {Byte(VT_UI1, 0), "0", "0.0", "0"},
       {Byte(VT_UI1, 0xff), "255", "255.0", "255"},
   };
   for (const TextRow& row : rows) {
-    EXPECT_EQ(row.text, Str(row.value, -1));
-    EXPECT_EQ(row.text, Str(row.value, 11));
+    for (int precision : {kMin32, -1, 11, kMax32}) EXPECT_EQ(row.text, Str(row.value, precision));
     EXPECT_EQ(row.oneDecimal, Str(row.value, 1));
     EXPECT_EQ(row.noDecimals, Str(row.value, 0));
-    EXPECT_EQ(row.text + std::string(".0000000000"), Str(row.value, 10));
+    for (int precision = 1; precision <= 10; ++precision) {
+      const std::string zeros(static_cast<size_t>(precision), '0');
+      EXPECT_EQ(row.text + ("." + zeros), Str(row.value, precision)) << row.value.vt;
+    }
   }
 }
 
@@ -104,7 +115,9 @@ TEST_F(XVariantConvertTest, AStringPrintsItself) {
 }
 
 TEST_F(XVariantConvertTest, EveryOtherTypeHasNoText) {
-  for (uint16_t type : kValueless) EXPECT_EQ("(none)", Str(Bare(type, -1), 2)) << type;
+  for (uint16_t type : kValueless) {
+    for (int precision = -1; precision <= 11; ++precision) EXPECT_EQ("(none)", Str(Bare(type, -1), precision)) << type;
+  }
 }
 
 TEST_F(XVariantConvertTest, FloatsPrintByPrecisionFromMinusOneToEleven) {
@@ -145,6 +158,18 @@ TEST_F(XVariantConvertTest, InfinitiesAndNanPrintAsTheCLibraryHasThem) {
     EXPECT_EQ("nan", Str(Double(std::copysign(kNan, 1.0)), precision));
     EXPECT_EQ("-nan", Str(Double(std::copysign(kNan, -1.0)), precision));
   }
+}
+
+TEST_F(XVariantConvertTest, ZerosAndTheSmallestNumbersPrintAsTheCLibraryHasThem) {
+  EXPECT_EQ("0", Str(Double(0.0), -1));
+  EXPECT_EQ("-0", Str(Double(-0.0), -1));
+  EXPECT_EQ("-0", Str(Float(-0.0f), 11));
+  EXPECT_EQ("-0.00", Str(Double(-0.0), 2));
+  EXPECT_EQ("4.94066e-324", Str(Double(std::numeric_limits<double>::denorm_min()), -1));
+  EXPECT_EQ("1.4013e-45", Str(Float(std::numeric_limits<float>::denorm_min()), -1));
+  EXPECT_EQ("0.0000000000", Str(Float(std::numeric_limits<float>::denorm_min()), 10));
+  EXPECT_EQ("3.40282e+38", Str(Float(kFloatMax), -1));
+  EXPECT_EQ("-1.79769e+308", Str(Double(-std::numeric_limits<double>::max()), 11));
 }
 
 TEST_F(XVariantConvertTest, PrecisionZeroRoundsHalfAwayFromZero) {
@@ -209,6 +234,10 @@ TEST_F(XVariantConvertTest, IntegersConvertAtBothEndsOfTheirTypes) {
       {Int32(kMax32), 2147483648.0f, 2147483647.0, kMax32, kMax32},
       {Int32(kMin32, VT_INT), -2147483648.0f, -2147483648.0, kMin32, kMin32},
       {Int32(-1, VT_INT), -1.0f, -1.0, -1, -1},
+      {Int32(kMax32, VT_INT), 2147483648.0f, 2147483647.0, kMax32, kMax32},
+      {Uint32(0), 0.0f, 0.0, 0, 0},
+      {Uint32(0, VT_UINT), 0.0f, 0.0, 0, 0},
+      {Uint32(kMaxU32, VT_UINT), 4294967296.0f, 4294967295.0, -1, 4294967295},
       {Uint32(kMaxU32), 4294967296.0f, 4294967295.0, -1, 4294967295},
       {Uint32(0x80000000u, VT_UINT), 2147483648.0f, 2147483648.0, kMin32, 2147483648},
       {Uint32(1, VT_UINT), 1.0f, 1.0, 1, 1},
@@ -219,6 +248,9 @@ TEST_F(XVariantConvertTest, IntegersConvertAtBothEndsOfTheirTypes) {
       {Byte(VT_BOOL, 0), 0.0f, 0.0, 0, 0},
       {Byte(VT_BOOL, 1), 1.0f, 1.0, 1, 1},
       {Byte(VT_BOOL, 5), 1.0f, 1.0, 5, 5},
+      {Byte(VT_BOOL, 0xff), 1.0f, 1.0, 255, 255},
+      {Byte(VT_I1, 0), 0.0f, 0.0, 0, 0},
+      {Byte(VT_I1, 0x7f), 127.0f, 127.0, 127, 127},
       {Byte(VT_I1, 0x80), 128.0f, 128.0, 128, 128},
       {Byte(VT_I1, 0xff), 255.0f, 255.0, 255, 255},
       {Byte(VT_UI1, 0xff), 255.0f, 255.0, 255, 255},
@@ -249,6 +281,38 @@ TEST_F(XVariantConvertTest, FloatsTruncateTowardZero) {
       {Double(-1e300), -std::numeric_limits<float>::infinity(), -1e300, 0, 0},
   };
   for (const NumberRow& row : rows) ExpectNumbers(row);
+}
+
+TEST_F(XVariantConvertTest, FloatsConvertAtBothEndsOfTheirTypes) {
+  constexpr double kDoubleMax = std::numeric_limits<double>::max();
+  constexpr float kFloatInfinity = std::numeric_limits<float>::infinity();
+  const NumberRow rows[] = {
+      {Float(kFloatMax), kFloatMax, static_cast<double>(kFloatMax), 0, 0},
+      {Float(-kFloatMax), -kFloatMax, -static_cast<double>(kFloatMax), 0, 0},
+      {Float(kFloatInfinity), kFloatInfinity, kInfinity, 0, 0},
+      {Float(-kFloatInfinity), -kFloatInfinity, -kInfinity, 0, 0},
+      {Float(0.1f), 0.1f, static_cast<double>(0.1f), 0, 0},
+      {Float(-2147483904.0f), -2147483904.0f, -2147483904.0, 2147483392, -2147483904},
+      {Float(-9223372036854775808.0f), -9223372036854775808.0f, -kTwo63, 0, kMin64},
+      {Float(-9223373136366403584.0f), -9223373136366403584.0f, -9223373136366403584.0, 0, 0},
+      {Double(kDoubleMax), kFloatInfinity, kDoubleMax, 0, 0},
+      {Double(-kDoubleMax), -kFloatInfinity, -kDoubleMax, 0, 0},
+      {Double(kInfinity), kFloatInfinity, kInfinity, 0, 0},
+      {Double(-kInfinity), -kFloatInfinity, -kInfinity, 0, 0},
+      {Date(kDoubleMax), kFloatInfinity, kDoubleMax, 0, 0},
+      {Date(kInfinity), kFloatInfinity, kInfinity, 0, 0},
+      {Date(-kInfinity), -kFloatInfinity, -kInfinity, 0, 0},
+      {Date(-0.75), -0.75f, -0.75, 0, 0},
+      {Date(-109570.75), -109570.75f, -109570.75, -109570, -109570},
+      {Double(4294967296.0), 4294967296.0f, 4294967296.0, 0, 4294967296},
+  };
+  for (const NumberRow& row : rows) ExpectNumbers(row);
+  for (const XVariant& v : {Float(std::nanf("")), Double(kNan), Date(kNan)}) {
+    EXPECT_TRUE(std::isnan(v.ToFloat()) && std::isnan(v.ToDouble()) && std::isnan(v.ToDate())) << v.vt;
+    EXPECT_EQ(0, v.ToInt()) << v.vt;
+    EXPECT_EQ(0, v.ToInt64()) << v.vt;
+    EXPECT_FALSE(v.ToBool()) << v.vt;
+  }
 }
 
 TEST_F(XVariantConvertTest, FloatsOutOfRangeAreCutFrom64BitsAndNothingFrom64BitsOn) {
@@ -355,6 +419,8 @@ TEST_F(XVariantConvertTest, AColourTextExchangesRedAndBlue) {
       {"#-1", 0xffffff, 0xffffff},
       {"#1", 0x10000, 0x10000},
       {"#1G", 0x10000, 0x10000},
+      {"# 112233", 0x332211, 0x332211},
+      {"#112233 and more", 0x332211, 0x332211},
       {"#", 0, 0},
       {"#xyz", 0, 0},
       {"##11", 0, 0},
@@ -413,8 +479,17 @@ TEST_F(XVariantConvertTest, ADatePrintsTheSameInAnyZoneWithoutDaylightSaving) {
   for (const char* zone : kZones) {
     SetZone(zone);
     for (const auto& [days, text] : rows) {
-      for (int precision : {-1, 0, 3, 11}) EXPECT_EQ(text, Str(Date(days), precision)) << zone << " " << days;
+      for (int precision = -1; precision <= 11; ++precision) {
+        EXPECT_EQ(text, Str(Date(days), precision)) << zone << " " << days;
+      }
     }
+  }
+}
+
+TEST_F(XVariantConvertTest, TheFirstDayOf1970BeginsAtItsDayCountInUtcAndWestOfIt) {
+  for (const char* zone : {"UTC0", "EST5", "<-12>12"}) {
+    SetZone(zone);
+    EXPECT_EQ("1970-01-01 00:00:00", Str(Date(25569.0), -1)) << zone;
   }
 }
 
@@ -440,6 +515,9 @@ TEST_F(XVariantConvertTest, DaylightSavingMovesTheTextOfADate) {
   SetZone("CET-1CEST,M3.5.0,M10.5.0/3");
   EXPECT_EQ("2024-01-15 12:00:00", Str(Date(45306.5), -1));
   EXPECT_EQ("2024-07-15 13:00:00", Str(Date(45488.5), -1));
+  SetZone("AEST-10AEDT,M10.1.0,M4.1.0/3");  // summer is in January there
+  EXPECT_EQ("2024-01-15 13:00:00", Str(Date(45306.5), -1));
+  EXPECT_EQ("2024-07-15 12:00:00", Str(Date(45488.5), -1));
 }
 
 TEST_F(XVariantConvertTest, ADateFollowsAChangeOfTheZoneInTheEnvironment) {
@@ -475,6 +553,16 @@ TEST_F(XVariantConvertTest, TextIsReadAsADateInAnyZone) {
       {"2024-02", 45323.0},
       {"2024", 45292.0},
       {"2000", 36526.0},
+      {"2024-", 45292.0},
+      {"2024-02-", 45323.0},
+      {"2024-02-xx", 45323.0},
+      {"2024-02-03 12:", 45325.5},
+      {"2024-02-03 12:xx", 45325.5},
+      {"2024-02-03 12:00:", 45325.5},
+      {"2024-02-03 :30", 45325.0},
+      {"2024-02-03 12::30", 45325.5},  // nothing is read behind the first field that is missing
+      {"2024-- 5", 45292.0},
+      {"2024-02-03 1:2:3", 45325.0 + 3723.0 * kSecond},
       {" 2024-02-03", 45325.0},
       {"+2024- 2- 3\t 12: 0: 0", 45325.5},
       {"2024-2-3-6", 45324.75},  // no blank is needed; the minus is the hour's own: -6
@@ -499,6 +587,17 @@ TEST_F(XVariantConvertTest, TextIsReadAsADateInAnyZone) {
   for (const char* zone : kZones) {
     SetZone(zone);
     for (const auto& [text, days] : rows) EXPECT_DOUBLE_EQ(days, Text(text).ToDate()) << zone << " " << text;
+  }
+}
+
+TEST_F(XVariantConvertTest, ATextIsReadAsTheSameDateAllTheYearWhereverDaylightSavingIs) {
+  for (const char* zone : {"EST5EDT,M3.2.0,M11.1.0", "CET-1CEST,M3.5.0,M10.5.0/3", "AEST-10AEDT,M10.1.0,M4.1.0/3"}) {
+    SetZone(zone);
+    for (int month = 1; month <= 12; ++month) {
+      const std::string day = "2024-" + std::to_string(month) + "-15";
+      EXPECT_DOUBLE_EQ(Text(day).ToDate() + 0.5, Text(day + " 12").ToDate()) << zone << day;
+      EXPECT_EQ(0.0, std::fmod(Text(day).ToDate(), 1.0)) << zone << day;
+    }
   }
 }
 
@@ -613,6 +712,77 @@ TEST_F(XVariantConvertTest, ChangeTypeToAStringPrintsTheShortForm) {
     EXPECT_EQ(0, v.ChangeType(VT_BSTR));
     ASSERT_EQ(VT_BSTR, v.vt);
     EXPECT_EQ(text, *v.str);
+  }
+}
+
+TEST_F(XVariantConvertTest, ChangeTypeToAStringTakesTheTextOfASourceAsACopy) {
+  XVariant source = Text("a b"), v = Int32(5), unowned = Int32(5), none = Int32(5), number = Int32(5);
+  const XVariant noString = Bare(VT_BSTR), empty, seven = Float(7.25f);
+  EXPECT_EQ(0, v.ChangeType(VT_BSTR, &source));
+  ASSERT_EQ(VT_BSTR, v.vt);
+  EXPECT_NE(source.str, v.str);
+  source.str->assign("changed");
+  EXPECT_EQ("a b", *v.str);
+  EXPECT_EQ(0, unowned.ChangeType(VT_BSTR, &noString));
+  ASSERT_NE(nullptr, unowned.str);
+  EXPECT_EQ("", *unowned.str);
+  EXPECT_EQ(0, none.ChangeType(VT_BSTR, &empty));
+  EXPECT_EQ("", *none.str);
+  EXPECT_EQ(0, number.ChangeType(VT_BSTR, &seven));
+  EXPECT_EQ("7.25", *number.str);
+}
+
+// The eight bytes that a value of the given type holds when it is converted from v.
+int64_t ConvertedBytes(const XVariant& v, uint16_t type) {
+  XVariant out = Bare(type);
+  switch (type) {
+    case VT_R4:
+      out.f32 = v.ToFloat();
+      break;
+    case VT_R8:
+      out.f64 = v.ToDouble();
+      break;
+    case VT_DATE:
+      out.f64 = v.ToDate();
+      break;
+    case VT_I8:
+      out.i64 = v.ToInt64();
+      break;
+    case VT_BOOL:
+      out.byte = v.ToBool();
+      break;
+    default:
+      out.u32 = static_cast<uint32_t>(v.ToInt());
+      if (XVariant::GetVTSize(type) == 2) out.u32 &= 0xffff;
+      if (XVariant::GetVTSize(type) == 1) out.u32 &= 0xff;
+      break;
+  }
+  return out.i64;
+}
+
+TEST_F(XVariantConvertTest, ChangeTypeGivesWhatTheConversionsGiveFromEveryTypeToEveryType) {
+  const XVariant sources[] = {
+      Int16(kMin16),        Uint16(65535),   Int32(kMin32),          Int32(kMax32, VT_INT), Uint32(kMaxU32),
+      Uint32(0x80000000u, VT_UINT),          Int64(kMin64),          Int64(0x1122334455667788),
+      Float(-2.75f),        Float(3e9f),     Float(kFloatMax),       Double(4294967301.5),  Double(1e300),
+      Double(-kInfinity),   Double(0.5),     Date(45325.75),         Date(-1.5),            Byte(VT_BOOL, 5),
+      Byte(VT_I1, 0x80),    Byte(VT_UI1, 255), Text("2024-02-03 12"), Text("-1.5e3"),       Text("#112233"),
+      Text("4294967301"),   Text("nonsense"), Text(""),              Bare(VT_BSTR),         XVariant(),
+      Bare(VT_NULL),        Bare(VT_UI8, 5), Bare(0x200C, 5),
+  };
+  for (const XVariant& source : sources) {
+    for (const ChangeRow& row : kChanges) {
+      if (source.vt == row.target) continue;
+      SCOPED_TRACE(testing::Message() << source.vt << " to " << row.target << ", bytes " << source.i64);
+      const int64_t expected = ConvertedBytes(source, row.target);
+      XVariant inPlace(source), sourced = Bare(VT_CY, 99);
+      EXPECT_EQ(0, inPlace.ChangeType(row.target));
+      EXPECT_EQ(row.target, inPlace.vt);
+      EXPECT_EQ(expected, inPlace.i64);
+      EXPECT_EQ(0, sourced.ChangeType(row.target, &source));
+      EXPECT_EQ(row.target, sourced.vt);
+      EXPECT_EQ(expected, sourced.i64);
+    }
   }
 }
 

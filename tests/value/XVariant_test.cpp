@@ -51,11 +51,26 @@ TEST(XVariantSizeTest, AnArrayOfDatesHasNoSizeAndADateCountsAsOneWord) {
   EXPECT_EQ(1u, XVariant::GetVTSizeW(VT_DATE));
 }
 
+TEST(XVariantSizeTest, TheTypeCodesAreNumberedAsOnTheWire) {
+  const uint16_t inOrder[] = {VT_EMPTY, VT_NULL,     VT_I2,    VT_I4,   VT_R4,      VT_R8,      VT_CY,     VT_DATE,
+                              VT_BSTR,  VT_DISPATCH, VT_ERROR, VT_BOOL, VT_VARIANT, VT_UNKNOWN, VT_DECIMAL};
+  for (uint16_t code = 0; code < 15; ++code) EXPECT_EQ(code, inOrder[code]);
+  const uint16_t from16[] = {VT_I1, VT_UI1, VT_UI2, VT_UI4, VT_I8, VT_UI8, VT_INT, VT_UINT};
+  for (uint16_t i = 0; i < 8; ++i) EXPECT_EQ(16 + i, from16[i]);
+  EXPECT_EQ(0x2000, VT_ARRAY);
+  EXPECT_EQ(0x200C, VT_ARRAY | VT_VARIANT);
+}
+
 TEST(XVariantTest, ANewVariantIsAllZero) { ExpectEmpty(XVariant()); }
 
 TEST(XVariantTest, ClearZeroesTypeAndAllValueBytes) {
   for (uint16_t type = 1; type < 30; ++type) {
     XVariant v = type == VT_BSTR ? Text("text") : Bare(type, kAllBytes);
+    v.Clear();
+    ExpectEmpty(v);
+  }
+  for (const int type : {0x2000, 0x200C, 0xffff}) {
+    XVariant v = Bare(static_cast<uint16_t>(type), kAllBytes);
     v.Clear();
     ExpectEmpty(v);
   }
