@@ -63,7 +63,7 @@ void InitStringList(const char* path, std::vector<CString>& list) {
   if (!file.OpenT(path, O_RDONLY, false)) return;
   Line line;
   char c = 0;
-  while (file.Read(&c, 1) > 0) {
+  while (list.size() < kMaxListEntries && file.Read(&c, 1) > 0) {
     if (c == '\n') {
       line.Finish(list);
     } else {

@@ -146,6 +146,17 @@ TEST_F(InitStringListTest, ALongLineIsCutBackToAWholeCharacter) {
   EXPECT_EQ("", caught.Text()) << "no half character is left to complain about";
 }
 
+TEST_F(InitStringListTest, AListEndsWithTheLastEntryThatAnIndexReaches) {
+  const std::string full = Repeat("a\n", 65534) + "b\n";
+  Lines list = Load(full + "c");
+  ASSERT_EQ(65536u, list.size());
+  EXPECT_EQ("b", list[65534]);
+  EXPECT_EQ("c", list[65535]);
+  list = Load(full + "c\nd\n");
+  ASSERT_EQ(65536u, list.size());
+  EXPECT_EQ("c", list[65535]);
+}
+
 TEST_F(InitStringListTest, ManyLinesLeaveNoDescriptorOpen) {
   const int before = open("/dev/null", 0);
   close(before);

@@ -183,3 +183,24 @@ describe('the comparison', () => {
     test(`refuses ${JSON.stringify(output)} for ${JSON.stringify(expected)}`, () => assert.ok(!fits(output, expected)));
   }
 });
+
+test('the table of faults names tests that there are', () => {
+  const suites = fs
+    .readdirSync(path.join(ROOT, 'tests'), { recursive: true })
+    .filter((name) => /_test\.cpp$/.test(name))
+    .map((name) => read(`tests/${name}`));
+  const [, table] = read('docs/reliability.md').match(/## Faults([^]*?)\n## /);
+  const shown = table.match(/^\| .* \|$/gm).slice(1);
+  assert.ok(shown.length >= 20);
+  for (const row of shown) {
+    const name = row.split('|').at(-2).trim();
+    const [file, ...title] = name.split(': ');
+    if (title.length > 0) {
+      const folder = ['tests/js', 'tests/js/lifetime'].find((at) => fs.existsSync(path.join(ROOT, at, file)));
+      assert.ok(folder && read(`${folder}/${file}`).includes(title.join(': ')), name);
+    } else {
+      const [suite, test] = name.split('.');
+      assert.ok(suites.some((text) => text.includes(`TEST_F(${suite}, ${test})`)), name);
+    }
+  }
+});

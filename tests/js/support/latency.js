@@ -29,7 +29,7 @@ const KILLER = `
   const { parentPort, workerData: { pid, start } } = require('node:worker_threads');
   parentPort.postMessage('ready');
   Atomics.wait(start, 0, 0);
-  Atomics.wait(start, 1, 0, 100);
+  Atomics.wait(start, 1, 0, 300);
   const time = Number(process.hrtime.bigint()) / 1e6;
   process.kill(pid, 'SIGKILL');
   parentPort.postMessage(time);
@@ -48,8 +48,8 @@ async function readWhenServerDies(sim) {
   const value = driver.GetTagValue('A');
   const returned = now();
   assert.equal(value, undefined);
-  assert.ok(returned - begun > 50, 'the read was waiting');
   const [died] = await once(killer, 'message');
+  assert.ok(begun < died, 'the read was waiting');
   return returned - died;
 }
 

@@ -113,6 +113,7 @@ module.exports = [
   ['Encoding.cpp', 'kUtf8[] = "UTF-8"', 'kUtf8[] = "UTF8"', 'another name for a code set'],
 
   // InitStringList.cpp
+  ['InitStringList.cpp', 'list.size() < kMaxListEntries && ', '', 'a list grows without end'],
   ['InitStringList.cpp', 'kLineBuffer = 256;', 'kLineBuffer = 255;', 'a line holds one byte less'],
   [
     'InitStringList.cpp',
