@@ -9,6 +9,7 @@
 #include <memory>
 #include <sstream>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "BaseTools.h"
@@ -19,11 +20,12 @@ int openError = 0;  // not 0: iconv_open fails with it
 std::vector<std::string> opened;
 bool recordOpened = false;
 int openConverters = 0;
+std::vector<std::pair<size_t, size_t>> conversions;  // while recordOpened: bytes of input and of room, call by call
 
 }  // namespace
 
-// The program's own iconv_open and iconv_close stand before the C library's: so a missing conversion can be shown, and
-// what is opened and closed be counted.
+// The program's own iconv functions stand before the C library's: so a missing conversion can be shown, and what is
+// opened, converted and closed be counted.
 extern "C" iconv_t iconv_open(const char* to, const char* from) {
   using Open = iconv_t (*)(const char*, const char*);
   static const Open real = reinterpret_cast<Open>(dlsym(RTLD_NEXT, "iconv_open"));
@@ -36,6 +38,13 @@ extern "C" iconv_t iconv_open(const char* to, const char* from) {
     ++openConverters;
   }
   return real(to, from);
+}
+
+extern "C" size_t iconv(iconv_t cd, char** in, size_t* inLeft, char** out, size_t* outLeft) {
+  using Convert = size_t (*)(iconv_t, char**, size_t*, char**, size_t*);
+  static const Convert real = reinterpret_cast<Convert>(dlsym(RTLD_NEXT, "iconv"));
+  if (recordOpened) conversions.emplace_back(*inLeft, *outLeft);
+  return real(cd, in, inLeft, out, outLeft);
 }
 
 extern "C" int iconv_close(iconv_t cd) {
@@ -196,6 +205,32 @@ TEST(EncodingTest, OutputSpaceSufficesForTheWidestText) {
   EXPECT_EQ(units, Utf16Of(gb, 0));
 }
 
+TEST(EncodingTest, EachConversionIsOneCallWithTheRoomOfItsKind) {
+  conversions.clear();
+  recordOpened = true;
+  {
+    CaughtStderr caught;
+    FromUtf16({'a', 0x4e2d, 'b'});
+    Utf8Of("ab\xd6\xd0" "c");
+    FromUtf8("ab\xe4\xb8\xad");
+    Utf16Of("ab\xd6\xd0", 0);
+    FromUtf16({});
+    FromUtf16({'a', 0x20ac, 'b'});
+    Utf8Of("a\xff" "b");
+    FromUtf8("a\xff" "b");
+    Utf16Of("a\xff" "b", 3);
+  }
+  recordOpened = false;
+  const std::vector<std::pair<size_t, size_t>> expected = {{6, 12}, {5, 10}, {5, 10}, {4, 10}, {0, 3},
+                                                           {6, 12}, {3, 6},  {3, 6},  {3, 8}};
+  EXPECT_EQ(expected, conversions);
+}
+
+TEST(EncodingTest, AZeroByteAmongTheInputIsConvertedLikeAnyOther) {
+  EXPECT_EQ("a\0\xd6\xd0"s, FromUtf8("a\0\xe4\xb8\xad"s));
+  EXPECT_EQ("a\0\xd6\xd0"s, FromUtf16({'a', 0, 0x4e2d}));
+}
+
 // What precedes the bad place is kept, and one line says what happened: byte by byte.
 
 TEST(EncodingTest, FromUtf8KeepsWhatPrecedesACharacterThatGb2312Lacks) {
@@ -243,6 +278,21 @@ TEST(EncodingTest, ToUtf16ThrowsAPartialResultAway) {
   EXPECT_EQ(0u, count);
 }
 
+TEST(EncodingTest, ToUtf16GivesNothingOfATextThatEndsInHalfACharacter) {
+  unsigned int count = 9;
+  CaughtStderr caught;
+  EXPECT_EQ(nullptr, ToUtf16("ab\xd6", count, 0));
+  EXPECT_EQ("ToUtf16:iconv: "s + kIncomplete, caught.Text());
+  EXPECT_EQ(0u, count);
+}
+
+TEST(EncodingTest, TheConstructorFromUtf16FailsAsFromUtf16Does) {
+  const unsigned short units[] = {'a', 0x20ac, 'b'};
+  CaughtStderr caught;
+  EXPECT_EQ("a", CString(units, 3));
+  EXPECT_EQ("FromUtf16:iconv: "s + kIllegal, caught.Text());
+}
+
 class NoConversionTest : public testing::Test {
  protected:
   NoConversionTest() { openError = EINVAL; }
@@ -270,6 +320,19 @@ TEST_F(NoConversionTest, ToUtf16GivesNull) {
   EXPECT_EQ(nullptr, ToUtf16("ab", count, 0));
   EXPECT_EQ(0u, count);
   EXPECT_EQ("ToUtf16:iconv_open:: Invalid argument\n", caught_.Text());
+}
+
+TEST_F(NoConversionTest, NothingIsConvertedOrClosed) {
+  conversions.clear();
+  openConverters = 0;
+  recordOpened = true;
+  FromUtf8("a");
+  FromUtf16({'a'});
+  Utf8Of("a");
+  Utf16Of("a", 0);
+  recordOpened = false;
+  EXPECT_TRUE(conversions.empty());
+  EXPECT_EQ(0, openConverters);
 }
 
 TEST(EncodingTest, EachCallOpensItsOwnConverterByTheExactNamesAndClosesIt) {

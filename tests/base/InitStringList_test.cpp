@@ -89,6 +89,14 @@ TEST_F(InitStringListTest, AListWithEntriesIsLeftAsItIs) {
   EXPECT_EQ((Lines{"a", "b"}), lines);
 }
 
+TEST_F(InitStringListTest, AFullListsFileIsNotLookedAt) {
+  CaughtStderr caught;
+  Lines lines = {""};
+  InitStringList((dir_ / "\xff").c_str(), lines);
+  EXPECT_EQ(Lines{""}, lines);
+  EXPECT_EQ("", caught.Text()) << "not even its path was converted";
+}
+
 TEST_F(InitStringListTest, AMissingFileLeavesTheListEmpty) {
   Lines lines;
   InitStringList((dir_ / "missing").c_str(), lines);

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <type_traits>
 
 #include "BaseTools.h"
 
@@ -20,6 +21,8 @@ class XFileTest : public testing::Test {
   TempDir dir_;
   XFile file_;
 };
+
+static_assert(!std::is_copy_constructible_v<XFile> && !std::is_copy_assignable_v<XFile>);
 
 mode_t ModeOf(const std::string& path) {
   struct stat64 info = {};
@@ -92,6 +95,28 @@ TEST_F(XFileTest, OpenTHandsTheFlagsOn) {
   EXPECT_FALSE(file_.OpenT((dir_ / "new").c_str(), O_WRONLY, false));
   EXPECT_TRUE(file_.OpenT((dir_ / "new").c_str(), kWriteNew, false));
   EXPECT_EQ(1, file_.Write("x", 1));
+}
+
+TEST_F(XFileTest, OpenTOfAPathThatDoesNotConvertTakesWhatPrecedesTheBadByte) {
+  dir_.Write("ab", "abc");
+  CaughtStderr caught;
+  EXPECT_TRUE(file_.OpenT((dir_ / "ab\xff" "cd").c_str(), O_RDONLY, false));
+  EXPECT_EQ("ToUtf8:iconv:: Invalid or incomplete multibyte or wide character\n", caught.Text());
+  EXPECT_EQ(3u, file_.GetFileSize());
+}
+
+TEST_F(XFileTest, OpenTOnAnOpenFileIsTrueAndKeepsTheFirst) {
+  ASSERT_TRUE(file_.OpenT(dir_.Write("first", "1st").c_str(), O_RDONLY, false));
+  EXPECT_TRUE(file_.OpenT((dir_ / "uncreated").c_str(), kWriteNew, true));
+  EXPECT_EQ(3u, file_.GetFileSize());
+  EXPECT_FALSE(std::filesystem::exists(dir_ / "uncreated"));
+}
+
+TEST_F(XFileTest, OpenTLeavesTheSystemsErrno) {
+  EXPECT_FALSE(file_.OpenT((dir_ / "a missing file of some length").c_str(), O_RDONLY, false));
+  EXPECT_EQ(ENOENT, errno);
+  EXPECT_FALSE(file_.OpenT((dir_ / "").c_str(), O_WRONLY, false));
+  EXPECT_EQ(EISDIR, errno);
 }
 
 TEST_F(XFileTest, CloseAndTheDestructorGiveTheDescriptorBack) {

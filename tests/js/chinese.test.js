@@ -6,6 +6,7 @@ const fs = require('node:fs');
 const { test } = require('node:test');
 const { sharedServer, connect, openDriver, sent, removeMirror, serverDir } = require('./support/server.js');
 const { callLog } = require('./support/events.js');
+const { runProgram } = require('./support/child.js');
 const { hex } = require('./support/wire.js');
 
 const GB = {
@@ -78,4 +79,16 @@ test('a name that GB2312 does not hold is no tag and no driver', async () => {
   const core = connect(sim);
   assert.equal(core.GetDriver('🚰'), undefined);
   assert.equal(core.GetDriver('锅炉').GetTagValue('🚰'), undefined);
+});
+
+test('of a text that does not convert, what precedes the character counts, and one line says so', async () => {
+  const { code, stdout, stderr } = await runProgram(`
+    const core = new DBCore();
+    core.Connect(args[0], 'operator', 'secret');
+    const driver = core.GetDriver('锅炉🚰xyz');
+    console.log(JSON.stringify([driver.GetTagValue('温度🚰'), driver.GetTagValue('温度,温🚰度,备注')]));
+  `, [sim.address]);
+  assert.equal(stdout, '[85,[85,null]]\n', stderr);
+  assert.equal(stderr, 'FromUtf8:iconv:: Invalid or incomplete multibyte or wide character\n'.repeat(3));
+  assert.equal(code, 0);
 });
