@@ -1,5 +1,5 @@
 'use strict';
-// Loads the native library: one that was built in this folder, else the prebuilt one of this platform.
+// Loads the native library: the prebuilt one of this platform, else one that was built in this folder.
 const { closeSync, existsSync, openSync, readSync } = require('node:fs');
 const path = require('node:path');
 
@@ -35,9 +35,9 @@ function refusal(reason, cause) {
   return new Error(`VqDBAccess has no library that fits ${platform}${libc()}: ${reason}. ${advice}`, { cause });
 }
 
-// One that was built here first: whoever builds one wants it. Where it does not load, the prebuilt one.
+// The prebuilt library first; one that was built here where that does not load.
 function load() {
-  const files = [built, prebuilt].filter((file) => existsSync(file) && fitsProcessor(file));
+  const files = [prebuilt, built].filter((file) => existsSync(file) && fitsProcessor(file));
   if (files.length === 0) throw refusal(`neither ${built} nor ${prebuilt} is there for it`);
   let failure;
   for (const file of files) {

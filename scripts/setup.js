@@ -3,7 +3,7 @@
 //   node scripts/setup.js           the add-on
 //   node scripts/setup.js --tests   and the C++ test programs
 // Does only what is missing, so that a second run takes about a second. Uses Node.js's own modules alone.
-const { existsSync, readFileSync } = require('node:fs');
+const { existsSync, readFileSync, rmSync, statSync } = require('node:fs');
 const path = require('node:path');
 const { installNpmPackages } = require('./npm-packages');
 const { ensurePackages } = require('./packages');
@@ -25,8 +25,16 @@ function build(tests) {
   run('cmake', ['--build', buildDir, '--target', tests ? 'all' : 'VqDBAccess'], { cwd: root });
 }
 
+// The loader would take it before what was built now.
+function removeOlderPrebuilt() {
+  const prebuilt = path.join(root, 'prebuilds', `${process.platform}-${process.arch}`, 'VqDBAccess.node');
+  const built = path.join(root, 'build', 'Release', 'VqDBAccess.node');
+  if (existsSync(prebuilt) && statSync(prebuilt).mtimeMs < statSync(built).mtimeMs) rmSync(prebuilt);
+}
+
 const tests = process.argv.includes('--tests');
 ensurePackages(...(tests ? ['build', 'tests'] : ['build']));
 installNpmPackages();
 configure(tests);
 build(tests);
+removeOlderPrebuilt();

@@ -141,6 +141,8 @@ void CDBCore::_Disconnect() {
   CloseRequestSock();
   const bool posted = semReady && WaitRecvDone();
   if (!posted && threadEnd_ != nullptr) return;  // a late thread still uses the rest: whoever comes next waits for it
+  if (threadEnd_ != nullptr) threadEnd_->Wait();  // it posts with its last steps
+  threadEnd_.reset();
   CloseNotifySock();
   DestroyRecvDone();
   ClearDrivers();

@@ -65,15 +65,15 @@ test('a prebuilt library that cannot be loaded gives the reason and the way out'
   assert.match(error.message, /npx vqdbaccess build$/);
 });
 
-test('a library that was built here goes before the prebuilt one', (t) => {
+test('the prebuilt library goes before one that was built here', (t) => {
   const folder = packageWith(t, { [BUILT]: OWN, [PREBUILT]: OWN });
-  assert.ok(errorOf(folder).message.includes(path.join(folder, BUILT)));
+  assert.ok(errorOf(folder).message.includes(path.join(folder, PREBUILT)));
 });
 
-test('the prebuilt library is loaded where one that was built here cannot be', (t) => {
-  const folder = packageWith(t, { [BUILT]: OWN });
-  mkdirSync(path.dirname(path.join(folder, PREBUILT)), { recursive: true });
-  copyFileSync(LIBRARY, path.join(folder, PREBUILT));
+test('a library that was built here is loaded where the prebuilt one cannot be', (t) => {
+  const folder = packageWith(t, { [PREBUILT]: OWN });
+  mkdirSync(path.dirname(path.join(folder, BUILT)), { recursive: true });
+  copyFileSync(LIBRARY, path.join(folder, BUILT));
   assert.equal(typeof require(path.join(folder, 'index.js')).DBCore, 'function');
 });
 

@@ -8,11 +8,9 @@
 class Event {
  public:
   void Set() {
-    {
-      const std::lock_guard<std::mutex> lock(mutex_);
-      set_ = true;
-    }
-    changed_.notify_all();
+    const std::lock_guard<std::mutex> lock(mutex_);
+    set_ = true;
+    changed_.notify_all();  // under the lock: whoever waits may destroy the event as soon as it is free
   }
 
   // True when it has happened within the time.

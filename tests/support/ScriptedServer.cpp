@@ -49,6 +49,16 @@ void Require(bool condition, const std::string& what) {
 
 }  // namespace
 
+#ifdef __SANITIZE_THREAD__
+// ThreadSanitizer starts a thread of its own with the first one of the program: not while threads are counted.
+namespace {
+const bool sanitizerThreadStarted = [] {
+  std::thread([] {}).join();
+  return true;
+}();
+}  // namespace
+#endif
+
 size_t ThreadCount() {
   DIR* const dir = opendir("/proc/self/task");
   size_t count = 0;
