@@ -110,6 +110,8 @@ const steps = {
 
 function format() {
   run('clang-format-14', ['-i', ...cppSources()], { cwd: root });
+  // Where prettier breaks a line ESLint wants braces, which prettier then puts in their places.
+  run(inModules('prettier'), ['--write', '--log-level=warn', '.'], { cwd: root });
   run(inModules('eslint'), ['--fix', '.'], { cwd: root });
   run(inModules('prettier'), ['--write', '--log-level=warn', '.'], { cwd: root });
 }

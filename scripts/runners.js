@@ -64,7 +64,13 @@ function runJs(buildDir, { node = process.execPath, env = process.env, filter = 
   const report = path.join(buildDir, 'js.tap');
   mkdirSync(buildDir, { recursive: true });
   rmSync(report, { force: true });
-  const args = ['--test', '--test-concurrency=2', ...limitOption(node), '--test-reporter=spec', '--test-reporter-destination=stdout'];
+  const args = [
+    '--test',
+    '--test-concurrency=2',
+    ...limitOption(node),
+    '--test-reporter=spec',
+    '--test-reporter-destination=stdout',
+  ];
   args.push('--test-reporter=tap', `--test-reporter-destination=${report}`);
   const { status } = spawnSync(node, [...args, ...files], { stdio: ['ignore', 'inherit', 'inherit'], env });
   return { ...readReport(report, countTap), ok: status === 0 };

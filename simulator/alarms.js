@@ -104,8 +104,16 @@ class Alarms extends EventEmitter {
     if (this.active.size >= MAX_ACTIVE) return 0;
     const id = ++this.lastId;
     const alarm = {
-      id, beginTime, endTime: 0, tagIndex: this.tags.index(tag, 'tag'), textIndex1: this.texts.index(text, 'text'),
-      textIndex2: this.texts.index(text2, 'text2'), attr1, attr2, value1, value2,
+      id,
+      beginTime,
+      endTime: 0,
+      tagIndex: this.tags.index(tag, 'tag'),
+      textIndex1: this.texts.index(text, 'text'),
+      textIndex2: this.texts.index(text2, 'text2'),
+      attr1,
+      attr2,
+      value1,
+      value2,
     };
     for (const [field, value] of Object.entries(alarm)) {
       if (typeof value !== 'number') throw new Error(`alarm: ${field}: expected a number, found ${show(value)}`);

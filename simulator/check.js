@@ -5,8 +5,11 @@
 const { OptionError } = require('./errors');
 const { isGb2312, toGb2312 } = require('./text');
 
-const show = (value) => (value === undefined ? 'nothing' : JSON.stringify(value, (key, part) => (
-  typeof part === 'bigint' ? String(part) : part))?.slice(0, 60) ?? String(value));
+const show = (value) =>
+  value === undefined
+    ? 'nothing'
+    : (JSON.stringify(value, (key, part) => (typeof part === 'bigint' ? String(part) : part))?.slice(0, 60) ??
+      String(value));
 
 class Check {
   /** `source` names the file or the set of options; paths are given per field. */

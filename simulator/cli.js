@@ -24,7 +24,12 @@ async function run(args) {
   process.stderr.on('error', () => {});
   await simulator.start();
   process.stdout.write(`${JSON.stringify(simulator.describe())}\n`);
-  if (exitWithStdin) process.stdin.on('end', () => end(simulator)).on('close', () => end(simulator)).resume();
+  if (exitWithStdin) {
+    process.stdin
+      .on('end', () => end(simulator))
+      .on('close', () => end(simulator))
+      .resume();
+  }
 }
 
 run(process.argv.slice(2)).catch((error) => {

@@ -7,14 +7,37 @@ const { toBytes } = require('./wire');
 const { writeOnce, settled, sleep } = require('./paced');
 
 const STEPS = [
-  'accept', 'relay1', 'relay2', 'handshake1', 'handshake2', 'path', 'login', 'file', 'file-body', 'tagids', 'connect',
-  'read', 'write', 'unadvise', 'alarms', 'notification',
+  'accept',
+  'relay1',
+  'relay2',
+  'handshake1',
+  'handshake2',
+  'path',
+  'login',
+  'file',
+  'file-body',
+  'tagids',
+  'connect',
+  'read',
+  'write',
+  'unadvise',
+  'alarms',
+  'notification',
 ];
 
 // action -> the parameter it takes and what stands for a missing one
 const ACTIONS = {
-  refuse: null, delay: ['ms', 1000], cut: ['bytes', 1], split: ['bytes', 1], trickle: ['ms', 0],
-  letter: ['letter', 'x'], reply: ['hex', ''], close: null, reset: null, drop: null, hang: null,
+  refuse: null,
+  delay: ['ms', 1000],
+  cut: ['bytes', 1],
+  split: ['bytes', 1],
+  trickle: ['ms', 0],
+  letter: ['letter', 'x'],
+  reply: ['hex', ''],
+  close: null,
+  reset: null,
+  drop: null,
+  hang: null,
 };
 
 const FIELDS = ['step', 'action', 'count', 'skip', 'ms', 'bytes', 'letter', 'hex'];
@@ -118,10 +141,14 @@ const ENDINGS = {
 
 function changedReply(fault, reply, refusal) {
   switch (fault?.action) {
-    case 'refuse': return refusal;
-    case 'reply': return fault.hex;
-    case 'letter': return Buffer.concat([Buffer.from(fault.letter), reply.subarray(1)]);
-    default: return reply;
+    case 'refuse':
+      return refusal;
+    case 'reply':
+      return fault.hex;
+    case 'letter':
+      return Buffer.concat([Buffer.from(fault.letter), reply.subarray(1)]);
+    default:
+      return reply;
   }
 }
 

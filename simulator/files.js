@@ -20,8 +20,9 @@ const keyOf = (name) => slashed(name).toLowerCase();
 const hex = (number) => number.toString(16).toUpperCase();
 
 function driverFile(plant) {
-  return Buffer.concat(plant.drivers.flatMap((driver) => (
-    [zeroTerminated(toGb2312(driver.name)), u16(driver.id), u16(driver.tags.length)])));
+  return Buffer.concat(
+    plant.drivers.flatMap((driver) => [zeroTerminated(toGb2312(driver.name)), u16(driver.id), u16(driver.tags.length)]),
+  );
 }
 
 function encodeText(file) {
@@ -86,8 +87,12 @@ function answer(file, headers, helloAllowed) {
   const offset = appendOffset(file, headers);
   const body = file.body.subarray(offset);
   const lines = [
-    'Exist:Yes', `FileName:${path.posix.basename(slashed(file.name))}`, `FileTime:${hex(Math.min(MAX_TIME, file.time))}`,
-    `Size:${hex(body.length)}`, ...(file.gz ? ['GZ:Yes'] : []), ...(offset > 0 ? ['Append:Yes'] : []),
+    'Exist:Yes',
+    `FileName:${path.posix.basename(slashed(file.name))}`,
+    `FileTime:${hex(Math.min(MAX_TIME, file.time))}`,
+    `Size:${hex(body.length)}`,
+    ...(file.gz ? ['GZ:Yes'] : []),
+    ...(offset > 0 ? ['Append:Yes'] : []),
     ...(hello ? ['Hello:Yes'] : []),
   ];
   return { header: headerBlock(lines), body, hello };

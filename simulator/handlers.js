@@ -34,7 +34,10 @@ function login(session, { fields }) {
   session.user = user ? user.name : null;
   session.rights = user ? user.rights : 0;
   session.server.recorder.add('login', {
-    session: session.number, user: fields.user, ok: Boolean(user), rights: session.rights,
+    session: session.number,
+    user: fields.user,
+    ok: Boolean(user),
+    rights: session.rights,
   });
   const reply = user ? Buffer.concat([letter('9'), u32(0), u32(user.rights)]) : letter('0');
   return send(session, 'login', reply);
@@ -70,7 +73,10 @@ function chunksOf(list, limit) {
 }
 
 function valueChunks(session, tags) {
-  return chunksOf(tags.map((tag) => (tag ? tag.typedValue() : EMPTY_VALUE)), session.server.options.chunk);
+  return chunksOf(
+    tags.map((tag) => (tag ? tag.typedValue() : EMPTY_VALUE)),
+    session.server.options.chunk,
+  );
 }
 
 const tagsOf = (session, { fields }) => fields.tags.map(({ driver, tag }) => session.server.plant.find(driver, tag));
@@ -98,7 +104,11 @@ function writeOne(session, { driver, tag, value }) {
   const stored = Boolean(target) && target.access === 'rw' && (session.rights & WRITE_RIGHT) !== 0;
   if (stored) plant.store(target, value, true);
   recorder.add('write', {
-    session: session.number, driver: target?.driver.name ?? driver, tag: target?.name ?? tag, value, stored,
+    session: session.number,
+    driver: target?.driver.name ?? driver,
+    tag: target?.name ?? tag,
+    value,
+    stored,
   });
 }
 

@@ -12,11 +12,25 @@ export interface RelayOptions {
 }
 
 export type FaultStep =
-  | 'accept' | 'relay1' | 'relay2' | 'handshake1' | 'handshake2' | 'path' | 'login' | 'file' | 'file-body' | 'tagids'
-  | 'connect' | 'read' | 'write' | 'unadvise' | 'alarms' | 'notification';
+  | 'accept'
+  | 'relay1'
+  | 'relay2'
+  | 'handshake1'
+  | 'handshake2'
+  | 'path'
+  | 'login'
+  | 'file'
+  | 'file-body'
+  | 'tagids'
+  | 'connect'
+  | 'read'
+  | 'write'
+  | 'unadvise'
+  | 'alarms'
+  | 'notification';
 
 export type FaultAction =
-  | 'refuse' | 'delay' | 'cut' | 'split' | 'trickle' | 'letter' | 'reply' | 'close' | 'reset' | 'drop' | 'hang';
+  'refuse' | 'delay' | 'cut' | 'split' | 'trickle' | 'letter' | 'reply' | 'close' | 'reset' | 'drop' | 'hang';
 
 export interface Fault {
   step: FaultStep;
@@ -129,7 +143,9 @@ export interface Simulator {
   events(match?: object): Promise<Entry[]>;
   clearRequests(): Promise<void>;
   waitFor(
-    event: Entry['event'], match?: object, limits?: number | { timeout?: number; since?: number; count?: number },
+    event: Entry['event'],
+    match?: object,
+    limits?: number | { timeout?: number; since?: number; count?: number },
   ): Promise<Entry>;
   get(driver: string | number, tag: string | number): Promise<any>;
   set(driver: string | number, tag: string | number, value: any): Promise<void>;

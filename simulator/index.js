@@ -11,13 +11,15 @@ const { scramble, unscramble } = require('./scramble');
 const START_TIME = 20000; // ms until the child must be ready
 const CLOSE_TIME = 3000; // ms for an orderly end before the child is killed
 
-const failure = ({ error, failed, code }) => (
-  code === 'ERR_SIMULATOR_OPTION' ? new OptionError(failed ?? error) : new Error(failed ?? error));
+const failure = ({ error, failed, code }) =>
+  code === 'ERR_SIMULATOR_OPTION' ? new OptionError(failed ?? error) : new Error(failed ?? error);
 
 class SimulatorProcess {
   constructor() {
     this.child = fork(path.join(__dirname, 'child.js'), [], {
-      serialization: 'advanced', stdio: ['ignore', 'ignore', 'inherit', 'ipc'], execArgv: [],
+      serialization: 'advanced',
+      stdio: ['ignore', 'ignore', 'inherit', 'ipc'],
+      execArgv: [],
     });
     this.calls = new Map();
     this.lastCall = 0;
@@ -99,7 +101,10 @@ async function startSimulator(options = {}) {
   running.serve();
   const commands = COMMAND_NAMES.map((name) => [name, (...args) => running.call(name, args)]);
   return {
-    ...description, pid: running.child.pid, exited: running.exited, close: () => running.close(),
+    ...description,
+    pid: running.child.pid,
+    exited: running.exited,
+    close: () => running.close(),
     ...Object.fromEntries(commands),
   };
 }

@@ -5,7 +5,9 @@ const net = require('node:net');
 const { OptionError } = require('./errors');
 
 const REASONS = {
-  EADDRINUSE: 'the address is in use', EACCES: 'not permitted', EADDRNOTAVAIL: 'this machine has no such address',
+  EADDRINUSE: 'the address is in use',
+  EACCES: 'not permitted',
+  EADDRNOTAVAIL: 'this machine has no such address',
   ENOTFOUND: 'the name is unknown',
 };
 

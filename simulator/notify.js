@@ -16,7 +16,13 @@ const { PacedWriter, settled } = require('./paced');
 const { deliver } = require('./faults');
 
 const RECEIVE = 2048; // bytes that the client takes at once
-const SKIPPED = [[43, 4], [20, 6], [7, 2], [5, 8], [3, 255]];
+const SKIPPED = [
+  [43, 4],
+  [20, 6],
+  [7, 2],
+  [5, 8],
+  [3, 255],
+];
 const CANNOT_FILL = new Set([1, 2, 4]); // every other length is a sum of skipped records
 const MAX_QUEUE = 200000; // records
 const DIGEST_TIME = 50; // ms in which a client surely has decoded a reply that it has received

@@ -58,8 +58,9 @@ function checkRelay(value, field) {
   return {
     host: check.string(value.host ?? '127.0.0.1', `${field}.host`),
     port: check.integer(value.port ?? 3968, `${field}.port`, 0, 65535),
-    devices: new Map(Object.entries(devices).map(([name, target]) => (
-      [name, checkDevice(target, `${field}.devices.${name}`)]))),
+    devices: new Map(
+      Object.entries(devices).map(([name, target]) => [name, checkDevice(target, `${field}.devices.${name}`)]),
+    ),
   };
 }
 
@@ -121,7 +122,9 @@ function faultArgument(text, flag) {
   const fault = { step, action, ...(count === undefined ? {} : { count: Number(count) }) };
   const parameter = Object.hasOwn(ACTIONS, action) && ACTIONS[action];
   if (value !== undefined && !parameter) throw new OptionError(`${flag}: action ${action} takes no value`);
-  if (value !== undefined) fault[parameter[0]] = /^(ms|bytes)$/.test(parameter[0]) ? numberArgument(value, flag) : value;
+  if (value !== undefined) {
+    fault[parameter[0]] = /^(ms|bytes)$/.test(parameter[0]) ? numberArgument(value, flag) : value;
+  }
   return fault;
 }
 
@@ -138,33 +141,126 @@ function relayOf(options) {
 
 // flag -> [text of its value or null, what it does with the options and the value, help]
 const FLAGS = {
-  '--project': ['FILE', (o, text) => { o.project = text; }, 'project to serve (default: the demo plant)'],
-  '--host': ['ADDRESS', (o, text) => { o.host = text; }, 'IPv4 address to listen on (default 127.0.0.1)'],
-  '--port': ['N', (o, text, flag) => { o.port = portArgument(text, flag); }, 'port; 0 takes any free one (default 0)'],
-  '--relay-port': ['N', (o, text, flag) => { relayOf(o).port = portArgument(text, flag); },
-    'run a relay on this port too (clients expect 3968)'],
-  '--relay-host': ['ADDRESS', (o, text) => { relayOf(o).host = text; }, 'IPv4 address of the relay'],
+  '--project': [
+    'FILE',
+    (o, text) => {
+      o.project = text;
+    },
+    'project to serve (default: the demo plant)',
+  ],
+  '--host': [
+    'ADDRESS',
+    (o, text) => {
+      o.host = text;
+    },
+    'IPv4 address to listen on (default 127.0.0.1)',
+  ],
+  '--port': [
+    'N',
+    (o, text, flag) => {
+      o.port = portArgument(text, flag);
+    },
+    'port; 0 takes any free one (default 0)',
+  ],
+  '--relay-port': [
+    'N',
+    (o, text, flag) => {
+      relayOf(o).port = portArgument(text, flag);
+    },
+    'run a relay on this port too (clients expect 3968)',
+  ],
+  '--relay-host': [
+    'ADDRESS',
+    (o, text) => {
+      relayOf(o).host = text;
+    },
+    'IPv4 address of the relay',
+  ],
   '--device': ['NAME[=TARGET]', addDevice, 'device of the relay: this server, HOST:PORT, lan or lan:IPV4:PORT'],
-  '--lan': ['IPV4:PORT', (o, text) => { o.lan = text; }, 'answer the first exchange with "lan" and this address'],
-  '--rate': ['N', (o, text, flag) => { o.rate = numberArgument(text, flag); },
-    'changes a second of every moving tag; 0 stops them (default 2)'],
-  '--chunk': ['N', (o, text, flag) => { o.chunk = numberArgument(text, flag); },
-    'bytes of values in one reply chunk (default 1024)'],
-  '--notify-block': ['N', (o, text, flag) => { o.notifyBlock = text === 'auto' ? text : numberArgument(text, flag); },
-    'size of notification blocks: auto, 0, 256, 512, 1024, 2048'],
-  '--no-hello': [null, (o) => { o.hello = false; }, 'no flow control in file transfers'],
-  '--ack-timeout': ['MS', (o, text, flag) => { o.ackTimeout = numberArgument(text, flag); },
-    'longest wait for an acknowledgement (default 10000)'],
-  '--fault': ['STEP:ACTION[:VALUE][*COUNT]', (o, text, flag) => { (o.faults ??= []).push(faultArgument(text, flag)); },
-    'let something go wrong; may be repeated'],
-  '--record': ['N', (o, text, flag) => { o.record = numberArgument(text, flag); },
-    'entries of the record (default 1000)'],
-  '--seed': ['N', (o, text, flag) => { o.seed = numberArgument(text, flag); },
-    'seed of the random waveforms (default 1)'],
-  '--verbose': [null, (o) => { o.verbose = true; }, 'log to standard error'],
-  '--exit-with-stdin': [null, (o, text, flag, mode) => { mode.exitWithStdin = true; },
-    'end when standard input closes'],
-  '--help': [null, (o, text, flag, mode) => { mode.help = true; }, 'this text'],
+  '--lan': [
+    'IPV4:PORT',
+    (o, text) => {
+      o.lan = text;
+    },
+    'answer the first exchange with "lan" and this address',
+  ],
+  '--rate': [
+    'N',
+    (o, text, flag) => {
+      o.rate = numberArgument(text, flag);
+    },
+    'changes a second of every moving tag; 0 stops them (default 2)',
+  ],
+  '--chunk': [
+    'N',
+    (o, text, flag) => {
+      o.chunk = numberArgument(text, flag);
+    },
+    'bytes of values in one reply chunk (default 1024)',
+  ],
+  '--notify-block': [
+    'N',
+    (o, text, flag) => {
+      o.notifyBlock = text === 'auto' ? text : numberArgument(text, flag);
+    },
+    'size of notification blocks: auto, 0, 256, 512, 1024, 2048',
+  ],
+  '--no-hello': [
+    null,
+    (o) => {
+      o.hello = false;
+    },
+    'no flow control in file transfers',
+  ],
+  '--ack-timeout': [
+    'MS',
+    (o, text, flag) => {
+      o.ackTimeout = numberArgument(text, flag);
+    },
+    'longest wait for an acknowledgement (default 10000)',
+  ],
+  '--fault': [
+    'STEP:ACTION[:VALUE][*COUNT]',
+    (o, text, flag) => {
+      (o.faults ??= []).push(faultArgument(text, flag));
+    },
+    'let something go wrong; may be repeated',
+  ],
+  '--record': [
+    'N',
+    (o, text, flag) => {
+      o.record = numberArgument(text, flag);
+    },
+    'entries of the record (default 1000)',
+  ],
+  '--seed': [
+    'N',
+    (o, text, flag) => {
+      o.seed = numberArgument(text, flag);
+    },
+    'seed of the random waveforms (default 1)',
+  ],
+  '--verbose': [
+    null,
+    (o) => {
+      o.verbose = true;
+    },
+    'log to standard error',
+  ],
+  '--exit-with-stdin': [
+    null,
+    (o, text, flag, mode) => {
+      mode.exitWithStdin = true;
+    },
+    'end when standard input closes',
+  ],
+  '--help': [
+    null,
+    (o, text, flag, mode) => {
+      mode.help = true;
+    },
+    'this text',
+  ],
 };
 
 function portArgument(text, flag) {

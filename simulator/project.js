@@ -132,7 +132,10 @@ function checkLines(check, lines, field) {
 
 function checkAlarms(check, alarms = {}) {
   check.object(alarms, 'alarms', ['texts', 'tags']);
-  return { texts: checkLines(check, alarms.texts, 'alarms.texts'), tags: checkLines(check, alarms.tags, 'alarms.tags') };
+  return {
+    texts: checkLines(check, alarms.texts, 'alarms.texts'),
+    tags: checkLines(check, alarms.tags, 'alarms.tags'),
+  };
 }
 
 function checkPath(check, texts = ['']) {

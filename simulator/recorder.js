@@ -45,7 +45,10 @@ class Recorder {
 
   /** Entries that contain `match`, with their bytes as hexadecimal text. */
   list(match = {}) {
-    return this.entries.slice(this.first).map(present).filter((entry) => contains(entry, match));
+    return this.entries
+      .slice(this.first)
+      .map(present)
+      .filter((entry) => contains(entry, match));
   }
 
   /** The `count`-th entry of `event` after number `since` that contains `match`; rejects after `timeout` ms. */

@@ -27,11 +27,14 @@ function openTo({ host, port }) {
       socket.destroy();
       reject(new ProtocolError(`device server ${host}:${port} cannot be reached`));
     };
-    socket.once('error', failed).once('timeout', failed).once('connect', () => {
-      socket.off('error', failed).off('timeout', failed).setTimeout(0);
-      socket.on('error', () => {});
-      resolve(socket);
-    });
+    socket
+      .once('error', failed)
+      .once('timeout', failed)
+      .once('connect', () => {
+        socket.off('error', failed).off('timeout', failed).setTimeout(0);
+        socket.on('error', () => {});
+        resolve(socket);
+      });
   });
 }
 
@@ -79,7 +82,10 @@ class Relay {
     const request = await this.registration(connection);
     if (!request) return connection.close();
     this.recorder.add('request', {
-      connection: 'relay', conn: connection.id, command: request.command, fields: request.fields,
+      connection: 'relay',
+      conn: connection.id,
+      command: request.command,
+      fields: request.fields,
       bytes: Buffer.from(connection.bytes.subarray(0, request.length)),
     });
     return request.command === '7' ? this.first(connection, request) : this.second(connection, request);

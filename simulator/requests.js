@@ -163,8 +163,17 @@ function parseD(bytes) {
 }
 
 const PARSERS = {
-  7: parse7, 8: parse8, 9: parse9, 3: parseSingleByte, 4: parse4, L: parseL, b: parseEntries('b', 1),
-  H: parseEntries('H', 0), g: parseG, d: parseD, n: parseSingleByte,
+  7: parse7,
+  8: parse8,
+  9: parse9,
+  3: parseSingleByte,
+  4: parse4,
+  L: parseL,
+  b: parseEntries('b', 1),
+  H: parseEntries('H', 0),
+  g: parseG,
+  d: parseD,
+  n: parseSingleByte,
 };
 
 /**

@@ -8,11 +8,7 @@
 
 const crypto = require('node:crypto');
 
-const mask = [
-  (byte, r) => (byte + r) & 0xff,
-  (byte, r) => (byte - r) & 0xff,
-  (byte, r) => byte ^ r,
-];
+const mask = [(byte, r) => (byte + r) & 0xff, (byte, r) => (byte - r) & 0xff, (byte, r) => byte ^ r];
 const unmask = [mask[1], mask[0], mask[2]];
 
 /** Wire length of `length` plain bytes. */

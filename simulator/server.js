@@ -40,7 +40,11 @@ class Server {
   recordRequest(connection, request) {
     const { kind, session } = connection;
     this.recorder.add('request', {
-      connection: kind, conn: connection.id, session: session?.number, command: request.command, fields: request.fields,
+      connection: kind,
+      conn: connection.id,
+      session: session?.number,
+      command: request.command,
+      fields: request.fields,
       bytes: Buffer.from(connection.bytes.subarray(0, request.length)),
     });
   }
@@ -89,7 +93,8 @@ class Server {
   async nextRequest(connection, timeout = 0) {
     const deadline = Date.now() + timeout;
     const context = {
-      first: connection.kind === 'new', extended: this.listener.port === EXTENDED_PORT,
+      first: connection.kind === 'new',
+      extended: this.listener.port === EXTENDED_PORT,
       afterTagIds: connection.session?.lastCommand === 'L',
     };
     for (;;) {
@@ -163,8 +168,9 @@ class Server {
 
   /** Live connections of a kind, of all clients or of one session. */
   ofKind(kind, session) {
-    return [...this.connections.values()].filter((connection) => (
-      connection.kind === kind && (session === undefined || connection.session?.number === session)));
+    return [...this.connections.values()].filter(
+      (connection) => connection.kind === kind && (session === undefined || connection.session?.number === session),
+    );
   }
 
   close() {

@@ -28,12 +28,23 @@ class Simulator {
     this.faults = new Faults(options.faults);
     this.recorder = new Recorder(options.record);
     this.server = new Server({
-      options, project: this.project, plant: this.plant, alarms: this.alarmBook, files: this.files,
-      faults: this.faults, recorder: this.recorder, log: this.log,
+      options,
+      project: this.project,
+      plant: this.plant,
+      alarms: this.alarmBook,
+      files: this.files,
+      faults: this.faults,
+      recorder: this.recorder,
+      log: this.log,
     });
-    this.relay = options.relay && new Relay(options.relay, {
-      faults: this.faults, recorder: this.recorder, log: this.log, ownAddress: () => this.ownAddress(),
-    });
+    this.relay =
+      options.relay &&
+      new Relay(options.relay, {
+        faults: this.faults,
+        recorder: this.recorder,
+        log: this.log,
+        ownAddress: () => this.ownAddress(),
+      });
   }
 
   ownAddress() {
@@ -57,7 +68,9 @@ class Simulator {
     const { host } = this.options;
     const { port } = this.server.listener;
     const relay = this.relay && {
-      host: this.options.relay.host, port: this.relay.port, devices: [...this.options.relay.devices.keys()],
+      host: this.options.relay.host,
+      port: this.relay.port,
+      devices: [...this.options.relay.devices.keys()],
     };
     return { host, port, address: `${host}:${port}`, relay, project: this.project.name, pid: process.pid };
   }
@@ -102,10 +115,16 @@ const COMMANDS = {
     Object.assign(sim.options, runtimeOptions(given));
     if (given.rate !== undefined) sim.waveforms.setRate(sim.options.rate);
   },
-  connections: (sim) => [...sim.server.connections.values()].map(({ id, kind, remote, session }) => ({
-    id, kind, remote, session: session?.number, user: session?.user ?? null, rights: session?.rights ?? 0,
-    advised: session?.advised.size ?? 0,
-  })),
+  connections: (sim) =>
+    [...sim.server.connections.values()].map(({ id, kind, remote, session }) => ({
+      id,
+      kind,
+      remote,
+      session: session?.number,
+      user: session?.user ?? null,
+      rights: session?.rights ?? 0,
+      advised: session?.advised.size ?? 0,
+    })),
   closeNotification: (sim, session) => closeKind(sim, 'notification', session),
   closeRequest: (sim, session) => closeKind(sim, 'request', session),
   closeAll: (sim) => [...sim.server.connections.values()].forEach((connection) => connection.close()),

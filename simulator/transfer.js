@@ -69,8 +69,10 @@ async function sendFlowing(session, bytes, hello) {
   for (let at = 0; at < bytes.length;) {
     if (hello) await waitForRoom(session, window);
     const count = Math.min(PIECE, hello ? window.room : PIECE, bytes.length - at);
-    const sent = await deliver(session.connection, at === 0 ? 'file' : 'file-rest', bytes.subarray(at, at + count),
-      { faults: session.server.faults, refusal: answer(undefined).header });
+    const sent = await deliver(session.connection, at === 0 ? 'file' : 'file-rest', bytes.subarray(at, at + count), {
+      faults: session.server.faults,
+      refusal: answer(undefined).header,
+    });
     if (!sent) return false;
     window.sent(count);
     at += count;

@@ -22,12 +22,38 @@ const INTEGERS = new Map([
   [22, [4, 'Int32LE', -0x80000000, 0x7fffffff]],
   [23, [4, 'UInt32LE', 0, 0xffffffff]],
 ]);
-const FLOATS = new Map([[4, [4, 'FloatLE']], [5, [8, 'DoubleLE']], [7, [8, 'DoubleLE']]]);
+const FLOATS = new Map([
+  [4, [4, 'FloatLE']],
+  [5, [8, 'DoubleLE']],
+  [7, [8, 'DoubleLE']],
+]);
 
 const NAMES = {
-  empty: 0, null: 1, int16: 2, int32: 3, float: 4, double: 5, currency: 6, date: 7, string: 8, dispatch: 9, error: 10,
-  bool: 11, variant: 12, unknown: 13, decimal: 14, reserved: 15, int8: 16, uint8: 17, uint16: 18, uint32: 19, int64: 20,
-  uint64: 21, int: 22, uint: 23, array: ARRAY,
+  empty: 0,
+  null: 1,
+  int16: 2,
+  int32: 3,
+  float: 4,
+  double: 5,
+  currency: 6,
+  date: 7,
+  string: 8,
+  dispatch: 9,
+  error: 10,
+  bool: 11,
+  variant: 12,
+  unknown: 13,
+  decimal: 14,
+  reserved: 15,
+  int8: 16,
+  uint8: 17,
+  uint16: 18,
+  uint32: 19,
+  int64: 20,
+  uint64: 21,
+  int: 22,
+  uint: 23,
+  array: ARRAY,
 };
 
 /** Type code of a type's name or number, or undefined. */
@@ -53,18 +79,24 @@ function encodeNumber([width, kind], value) {
   return bytes;
 }
 
-const encodeArray = (items) => Buffer.concat([u16(items.length), ...items.map((item) => encode(item.code, item.value))]);
+const encodeArray = (items) =>
+  Buffer.concat([u16(items.length), ...items.map((item) => encode(item.code, item.value))]);
 
 /** Bytes of a value, without its type word. */
 function encodeBare(code, value) {
   const number = INTEGERS.get(code) || FLOATS.get(code);
   if (number) return encodeNumber(number, value);
   switch (code) {
-    case 8: return zeroTerminated(Buffer.from(value, 'utf8'));
-    case 11: return Buffer.from([value ? 1 : 0]);
-    case 20: return encodeInt64(value);
-    case ARRAY: return encodeArray(value);
-    default: return Buffer.alloc(0);
+    case 8:
+      return zeroTerminated(Buffer.from(value, 'utf8'));
+    case 11:
+      return Buffer.from([value ? 1 : 0]);
+    case 20:
+      return encodeInt64(value);
+    case ARRAY:
+      return encodeArray(value);
+    default:
+      return Buffer.alloc(0);
   }
 }
 
@@ -77,11 +109,16 @@ function decode(cursor) {
   const number = INTEGERS.get(code) || FLOATS.get(code);
   if (number) return { code, value: cursor.take(number[0])[`read${number[1]}`](0) };
   switch (code) {
-    case 8: return { code, value: cursor.text().toString('utf8') };
-    case 11: return { code, value: cursor.u8() !== 0 };
-    case 20: return { code, value: cursor.take(8).readBigInt64LE(0) };
-    case ARRAY: return { code, value: undefined };
-    default: return { code, value: null };
+    case 8:
+      return { code, value: cursor.text().toString('utf8') };
+    case 11:
+      return { code, value: cursor.u8() !== 0 };
+    case 20:
+      return { code, value: cursor.take(8).readBigInt64LE(0) };
+    case ARRAY:
+      return { code, value: undefined };
+    default:
+      return { code, value: null };
   }
 }
 
@@ -143,14 +180,30 @@ function coerce(code, value) {
   if (integer) return toInteger(value, integer[2], integer[3]);
   if (FLOATS.has(code)) return toFloat(code, value);
   switch (code) {
-    case 8: return limitText(value === null || value === undefined ? '' : String(value));
-    case 11: return toBool(value);
-    case 20: return toInt64(value);
-    case ARRAY: return Array.isArray(value) ? value : [];
-    default: return null;
+    case 8:
+      return limitText(value === null || value === undefined ? '' : String(value));
+    case 11:
+      return toBool(value);
+    case 20:
+      return toInt64(value);
+    case ARRAY:
+      return Array.isArray(value) ? value : [];
+    default:
+      return null;
   }
 }
 
 module.exports = {
-  ARRAY, MAX_TEXT, NAMES, typeCode, carriesValue, isNumeric, encode, encodeBare, decode, coerce, daysOfText, daysOfDate,
+  ARRAY,
+  MAX_TEXT,
+  NAMES,
+  typeCode,
+  carriesValue,
+  isNumeric,
+  encode,
+  encodeBare,
+  decode,
+  coerce,
+  daysOfText,
+  daysOfDate,
 };

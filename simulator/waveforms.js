@@ -49,11 +49,16 @@ function waveValue(tag, time, step, random) {
   const turns = time / wave.period + wave.phase;
   const part = turns - Math.floor(turns);
   switch (wave.kind) {
-    case 'random': return randomWalk(tag, random);
-    case 'counter': return counter(turns, tag);
-    case 'steps': return wave.steps[Math.min(Math.floor(part * wave.steps.length), wave.steps.length - 1)];
-    case 'clock': return tag.code === 7 ? daysOfDate(new Date()) : Date.now() / 1000;
-    case 'follow': return follow(tag, step, random);
+    case 'random':
+      return randomWalk(tag, random);
+    case 'counter':
+      return counter(turns, tag);
+    case 'steps':
+      return wave.steps[Math.min(Math.floor(part * wave.steps.length), wave.steps.length - 1)];
+    case 'clock':
+      return tag.code === 7 ? daysOfDate(new Date()) : Date.now() / 1000;
+    case 'follow':
+      return follow(tag, step, random);
     default: {
       const [low, high] = rangeOf(tag);
       return low + (high - low) * SHAPES[wave.kind](part, wave);

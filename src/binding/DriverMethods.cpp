@@ -126,8 +126,7 @@ napi_value NewDriverObject(napi_env env, const std::shared_ptr<DbCore>& core, CD
   constexpr size_t kMethods = 4;
   auto handle = std::make_unique<DriverHandle>(DriverHandle{core, core->gate, driver, 0});
   const auto method = [&handle](const char* name, napi_callback function) {
-    return napi_property_descriptor{name,    nullptr, function,     nullptr,
-                                    nullptr, nullptr, napi_default, handle.get()};
+    return napi_property_descriptor{name, nullptr, function, nullptr, nullptr, nullptr, napi_default, handle.get()};
   };
   const napi_property_descriptor methods[kMethods] = {
       method("SetTagNotify", DrvSetTagNotify),

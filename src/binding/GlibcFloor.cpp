@@ -35,7 +35,7 @@ constexpr int kStatVersion = 0;
 #endif
 
 // Declares old_NAME, bound to the oldest version of the C library's NAME.
-#define VQDB_OLD(result, name, parameters) \
+#define VQDB_OLD(result, name, parameters)                 \
   __asm__(".symver old_" #name "," #name "@" VQDB_OLDEST); \
   extern result old_##name parameters
 

@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr size_t kAddressRoom = 128;    // these with the terminator; longer text is cut
+constexpr size_t kAddressRoom = 128;  // these with the terminator; longer text is cut
 constexpr size_t kUserRoom = 36;
 constexpr size_t kPasswordRoom = 36;
 constexpr size_t kDriverNameRoom = 128;
@@ -72,8 +72,8 @@ napi_status DbCore::Init(napi_env environment, napi_value exports) {
       method("SetRtAlarmNotify", SetRtAlarmNotify),
   };
   napi_value type = nullptr;
-  napi_status status = napi_define_class(environment, "DBCore", NAPI_AUTO_LENGTH, New, nullptr, std::size(methods),
-                                         methods, &type);
+  napi_status status =
+      napi_define_class(environment, "DBCore", NAPI_AUTO_LENGTH, New, nullptr, std::size(methods), methods, &type);
   if (status != napi_ok) return status;
   auto data = std::make_unique<EnvironmentData>();
   status = napi_set_instance_data(environment, data.get(), FreeEnvironmentData, nullptr);

@@ -10,8 +10,8 @@
 //   tag tables     hand-over of values, see CDBDriver::STag
 //   alarmFunc      set by the JavaScript thread, used by the receive thread
 // Descriptors: the request connection is closed by whoever ends the session's things, after a shutdown that wakes a
-// request in flight; the notification connection is only shut down by the JavaScript thread, and closed when the receive
-// thread no longer reads it. So no descriptor number is ever used after its close.
+// request in flight; the notification connection is only shut down by the JavaScript thread, and closed when the
+// receive thread no longer reads it. So no descriptor number is ever used after its close.
 //
 // Thread-safe function "rt_alarm": made by _SetRtAlarmNotify, one thread reference, called by the receive threads of
 // this and later sessions; its owner releases it with ReleaseAlarmFunc when the instance or its environment ends.
@@ -141,7 +141,7 @@ class CDBCore : public CClientSock, public IDriverCore {
 
   // The environment of the JavaScript instance, given to its drivers; null without one.
   napi_env env = nullptr;
-  std::atomic<napi_threadsafe_function> alarmFunc{nullptr};  // both threads
+  std::atomic<napi_threadsafe_function> alarmFunc{nullptr};             // both threads
   std::shared_ptr<SessionGate> gate = std::make_shared<SessionGate>();  // both threads; replaced between sessions
 
  protected:
@@ -178,7 +178,7 @@ class CDBCore : public CClientSock, public IDriverCore {
   void ReplayAlarms(napi_value callback, const std::vector<S2RtAlarm2>& alarms);
   void InstallAlarmFunc(napi_value callback);
 
-  bool subscribing_ = false;  // JavaScript thread only
+  bool subscribing_ = false;                                        // JavaScript thread only
   std::map<const CDBDriver*, std::unique_ptr<CDBDriver>> drivers_;  // owner of those made here; as driverInfo
   std::shared_ptr<ThreadEnd> threadEnd_;                            // of the receive thread, when one was started
 };

@@ -140,7 +140,7 @@ void CDBCore::_Disconnect() {
   notifySock.Shutdown();  // wakes the receive thread; its descriptor is closed when the thread has let go of it
   CloseRequestSock();
   const bool posted = semReady && WaitRecvDone();
-  if (!posted && threadEnd_ != nullptr) return;  // a late thread still uses the rest: whoever comes next waits for it
+  if (!posted && threadEnd_ != nullptr) return;   // a late thread still uses the rest: whoever comes next waits for it
   if (threadEnd_ != nullptr) threadEnd_->Wait();  // it posts with its last steps
   threadEnd_.reset();
   CloseNotifySock();
@@ -218,8 +218,7 @@ int CDBCore::GetPrjFile(const CString& name, const std::map<CString, SNFileInfo>
   const auto listed = files.find(key);
   if (listed != files.end() || IsAlwaysWanted(name)) {
     const SNFileInfo wanted = listed != files.end() ? listed->second : SNFileInfo{kUnknownFile, kUnknownFile};
-    const int result =
-        GetFile(name, sock, '4', projectPath, wanted.fileTime, wanted.fileSize, nullptr, nullptr);
+    const int result = GetFile(name, sock, '4', projectPath, wanted.fileTime, wanted.fileSize, nullptr, nullptr);
     if (result == 0) sock.MarkOutOfStep();
     return result;
   }

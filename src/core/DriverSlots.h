@@ -3,6 +3,7 @@
 // changes only while no receive thread runs.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <memory>
@@ -51,9 +52,7 @@ class DriverSlots {
   }
 
   // Empties every slot; the length stays.
-  void Forget() {
-    for (DriverSlot& slot : *this) slot = nullptr;
-  }
+  void Forget() { std::fill(begin(), end(), nullptr); }
 
  private:
   std::unique_ptr<DriverSlot[]> slots_;

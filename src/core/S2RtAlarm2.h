@@ -32,8 +32,10 @@ struct S2RtAlarm2 {
 
   // REQUIRES: kWireSize readable bytes.
   static S2RtAlarm2 FromBytes(const uint8_t* p) {
-    return {wire::LoadU32(p),      wire::LoadU32(p + 4), wire::LoadU16(p + 8),  wire::LoadU16(p + 10),
-            wire::LoadU16(p + 12), p[14],                p[15],                 wire::LoadF64(p + 16),
+    // clang-format off
+    return {wire::LoadU32(p),      wire::LoadU32(p + 4), wire::LoadU16(p + 8), wire::LoadU16(p + 10),
+            wire::LoadU16(p + 12), p[14],                p[15],                wire::LoadF64(p + 16),
             wire::LoadF64(p + 24)};
+    // clang-format on
   }
 };

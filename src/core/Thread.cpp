@@ -4,7 +4,8 @@
 #include <signal.h>
 
 bool vqthread_create(void* (*start)(void*), void* argument) {
-  // A new thread inherits the mask: a signal must not interrupt the receive thread, nor run a handler of the host there.
+  // A new thread inherits the mask: a signal must not interrupt the receive thread, nor run a handler of the host
+  // there.
   sigset_t all;
   sigset_t before;
   sigfillset(&all);

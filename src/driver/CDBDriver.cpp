@@ -3,11 +3,7 @@
 #include <node_api.h>
 
 CDBDriver::CDBDriver(napi_env environment, const CString& driverName, uint16_t driverNumber, IDriverCore* owner)
-    : env(environment),
-      number(driverNumber),
-      table(std::make_shared<TagTable>()),
-      tags(table->tags),
-      core(owner) {
+    : env(environment), number(driverNumber), table(std::make_shared<TagTable>()), tags(table->tags), core(owner) {
   table->driverName = driverName;
 }
 

@@ -124,10 +124,10 @@ class CDBDriver {
   // which throws into JavaScript.
   bool ValueToBuf(napi_env environment, napi_value value, uint8_t* buffer, unsigned int& length);
 
-  static constexpr int kMaxConnect = 519;         // the request's loop ends when count x 5 exceeds 2591
-  static constexpr int kMaxRead = 1023;           // 3 + 4 x 1023 = 4095 of 4096 bytes
+  static constexpr int kMaxConnect = 519;  // the request's loop ends when count x 5 exceeds 2591
+  static constexpr int kMaxRead = 1023;    // 3 + 4 x 1023 = 4095 of 4096 bytes
   static constexpr unsigned int kWriteRoom = 2048;
-  static constexpr int kMaxEmptyChunks = 1024;    // a reply with more chunks without a value than this has failed
+  static constexpr int kMaxEmptyChunks = 1024;  // a reply with more chunks without a value than this has failed
 
   // --- notification (TagNotify.cpp)
 
@@ -155,9 +155,9 @@ class CDBDriver {
 
   // JavaScript thread only.
   napi_env env;
-  const uint16_t number;                    // index of the driver, in every tag request
+  const uint16_t number;  // index of the driver, in every tag request
   const std::shared_ptr<TagTable> table;
-  std::vector<STag>& tags;                  // of the table
+  std::vector<STag>& tags;                   // of the table
   std::map<CString, unsigned short> tagIds;  // by name, GB2312; also names without a tag (kNoTag)
   IDriverCore* const core;
 

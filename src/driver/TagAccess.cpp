@@ -222,8 +222,8 @@ bool CDBDriver::AppendWrite(napi_env environment, const STag& tag, napi_value va
 }
 
 // Returns how many tags were appended, or kWriteBadValue.
-int CDBDriver::AppendWrites(napi_env environment, const std::vector<STag*>& entries, napi_value values,
-                            uint8_t* buffer, unsigned int& length) {
+int CDBDriver::AppendWrites(napi_env environment, const std::vector<STag*>& entries, napi_value values, uint8_t* buffer,
+                            unsigned int& length) {
   bool isArray = false;
   if (!NapiCheck(environment, napi_is_array(environment, values, &isArray)) || !isArray) return kWriteBadValue;
   uint32_t elements = 0;

@@ -119,8 +119,8 @@ napi_value CDBDriver::ValueToValue(napi_env environment, const XVariant& value) 
     case VT_BSTR: {
       // The bytes as they stand: tag texts are UTF-8 already.
       const bool owned = value.str != nullptr;
-      status = napi_create_string_utf8(environment, owned ? value.str->data() : "", owned ? value.str->size() : 0,
-                                       &result);
+      status =
+          napi_create_string_utf8(environment, owned ? value.str->data() : "", owned ? value.str->size() : 0, &result);
       break;
     }
     case VT_BOOL:

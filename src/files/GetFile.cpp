@@ -122,9 +122,7 @@ bool BodyTransfer::ReceiveRest(int64_t remaining) {
 }
 
 // No receive crosses an acknowledgement point, which the server waits at.
-int BodyTransfer::NextReceive() const {
-  return info_.hello ? std::min(window_ - sinceAck_, kRecvRoom) : kRecvRoom;
-}
+int BodyTransfer::NextReceive() const { return info_.hello ? std::min(window_ - sinceAck_, kRecvRoom) : kRecvRoom; }
 
 void BodyTransfer::Acknowledge() {
   char text[32];
@@ -143,7 +141,7 @@ int GetFile(const CString& remotePath, CSyncSocket& sock, char cmd, const CStrin
   CString request(&cmd, 1);
   if (prefix != nullptr) request += prefix;
   request += remotePath + "\r\n";
-  struct stat64 held{};
+  struct stat64 held {};
   if (stat64(local.plain.c_str(), &held) == 0) {
     if (IsCurrent(held, fileTime, fileSize)) return 1;
     AppendHolding(request, "LastTime:%X\r\nSize:%X\r\n", held);

@@ -17,13 +17,13 @@ constexpr uint32_t kHandshakeBadAddress = 0x80070057u;  // relay form without ':
 constexpr uint32_t kHandshakeRefused = 0x80004005u;     // device name too long, or the first reply began with '0'
 constexpr uint32_t kHandshakeClientRefused = 1244;      // the second reply was a lone '0'
 
-constexpr unsigned int kRelayPort = 3968;        // the relay; a direct server there gets the extended registration
-constexpr unsigned int kDefaultPort = 80;        // direct address without a usable port
-constexpr char kDefaultRelay[] = "127.0.0.1";    // relay address when the text names none
-constexpr long kDirectTimeOutMs = 8000;          // both connections during the handshake, direct mode
-constexpr long kRelayTimeOutMs = 13000;          // the same in relay mode
-constexpr long kSessionTimeOutMs = 0x7FFFFFFF;   // notification connection after success
-constexpr int kMaxDeviceName = 255;              // bytes of a relay device name
+constexpr unsigned int kRelayPort = 3968;          // the relay; a direct server there gets the extended registration
+constexpr unsigned int kDefaultPort = 80;          // direct address without a usable port
+constexpr char kDefaultRelay[] = "127.0.0.1";      // relay address when the text names none
+constexpr long kDirectTimeOutMs = 8000;            // both connections during the handshake, direct mode
+constexpr long kRelayTimeOutMs = 13000;            // the same in relay mode
+constexpr long kSessionTimeOutMs = 0x7FFFFFFF;     // notification connection after success
+constexpr int kMaxDeviceName = 255;                // bytes of a relay device name
 constexpr char kMirrorRoot[] = "/tmp/vqbrowser/";  // below it lie the local project trees
 
 // The server's acknowledgement, byte for byte as received in the second reply.

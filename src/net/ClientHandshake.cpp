@@ -36,10 +36,10 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-constexpr int kPacketRoom = 512;                         // every send and receive buffer
-constexpr unsigned int kBodyRoom = kPacketRoom - 1;      // behind the type byte
-constexpr int kHostNameRoom = 236;                       // with the terminating zero
-constexpr int kLanReplyBytes = 10;                       // '7' "lan" address port
+constexpr int kPacketRoom = 512;                     // every send and receive buffer
+constexpr unsigned int kBodyRoom = kPacketRoom - 1;  // behind the type byte
+constexpr int kHostNameRoom = 236;                   // with the terminating zero
+constexpr int kLanReplyBytes = 10;                   // '7' "lan" address port
 constexpr unsigned int kAckBytes = 59;
 constexpr unsigned int kMinSecondReply = kAckBytes + 1;  // type byte and acknowledgement
 constexpr unsigned int kProjectNameAt = 59;              // in the decoded reply: the acknowledgement's last byte

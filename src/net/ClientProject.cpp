@@ -20,8 +20,8 @@ struct Subdirectory {
 };
 
 constexpr Subdirectory kSubdirectories[] = {
-    {"Window/", false}, {"3DWnd/", false},  {"Report/", false},  {"CtmGph/", false},
-    {"ScnDrv/", false}, {"DBDrv/", false},  {"Media/", false},   {"SysCfg/", false},
+    {"Window/", false},  {"3DWnd/", false},   {"Report/", false},       {"CtmGph/", false},
+    {"ScnDrv/", false},  {"DBDrv/", false},   {"Media/", false},        {"SysCfg/", false},
     {"RecData/", false}, {"ExtData/", false}, {"RecData/Event/", true}, {"RecData/Alarm2/", true},
 };
 
@@ -35,8 +35,8 @@ void MakeSubdirectories(const CString& projectPath) {
   for (const Subdirectory& sub : kSubdirectories) MakeDir(CString(projectPath + sub.name), sub.fixMode);
 }
 
-// The form of a server's directory name that stands for it in the GB2312 project path. The address is UTF-8, as the user
-// gave it; an address that GB2312 cannot hold stays as it is.
+// The form of a server's directory name that stands for it in the GB2312 project path. The address is UTF-8, as the
+// user gave it; an address that GB2312 cannot hold stays as it is.
 CString InternalForm(const CString& server) {
   const auto isAscii = [](char c) { return (static_cast<unsigned char>(c) & 0x80) == 0; };
   if (std::all_of(server.begin(), server.end(), isAscii)) return server;

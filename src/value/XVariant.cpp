@@ -19,13 +19,20 @@ const char* TextOf(const std::string* text) { return text != nullptr ? text->c_s
 // copies none of them.
 XVariant::XVariant(const XVariant& other) : vt(other.vt) {
   switch (vt) {
-    case VT_I2: case VT_UI2:
+    case VT_I2:
+    case VT_UI2:
       u16 = other.u16;
       break;
-    case VT_I4: case VT_R4: case VT_UI4: case VT_INT: case VT_UINT:
+    case VT_I4:
+    case VT_R4:
+    case VT_UI4:
+    case VT_INT:
+    case VT_UINT:
       u32 = other.u32;
       break;
-    case VT_BOOL: case VT_I1: case VT_UI1:
+    case VT_BOOL:
+    case VT_I1:
+    case VT_UI1:
       byte = other.byte;
       break;
     case VT_BSTR:
@@ -47,16 +54,25 @@ XVariant& XVariant::operator=(const XVariant& other) {
   Clear();
   vt = other.vt;
   switch (vt) {
-    case VT_I2: case VT_UI2:
+    case VT_I2:
+    case VT_UI2:
       u16 = other.u16;
       break;
-    case VT_I4: case VT_R4: case VT_UI4: case VT_INT: case VT_UINT:
+    case VT_I4:
+    case VT_R4:
+    case VT_UI4:
+    case VT_INT:
+    case VT_UINT:
       u32 = other.u32;
       break;
-    case VT_R8: case VT_DATE: case VT_I8:
+    case VT_R8:
+    case VT_DATE:
+    case VT_I8:
       i64 = other.i64;
       break;
-    case VT_BOOL: case VT_I1: case VT_UI1:
+    case VT_BOOL:
+    case VT_I1:
+    case VT_UI1:
       byte = other.byte;
       break;
     case VT_BSTR:
@@ -85,19 +101,27 @@ XVariant& XVariant::operator=(XVariant&& other) noexcept {
 bool XVariant::operator==(const XVariant& other) const {
   if (vt != other.vt) return false;
   switch (vt) {
-    case VT_EMPTY: case VT_NULL:
+    case VT_EMPTY:
+    case VT_NULL:
       return true;
-    case VT_I2: case VT_UI2:
+    case VT_I2:
+    case VT_UI2:
       return u16 == other.u16;
-    case VT_I4: case VT_UI4: case VT_INT: case VT_UINT:
+    case VT_I4:
+    case VT_UI4:
+    case VT_INT:
+    case VT_UINT:
       return u32 == other.u32;
     case VT_R4:
       return f32 == other.f32;
-    case VT_R8: case VT_DATE:
+    case VT_R8:
+    case VT_DATE:
       return f64 == other.f64;
     case VT_BSTR:
       return std::strcmp(TextOf(str), TextOf(other.str)) == 0;
-    case VT_BOOL: case VT_I1: case VT_UI1:
+    case VT_BOOL:
+    case VT_I1:
+    case VT_UI1:
       return byte == other.byte;
     case VT_I8:
       return i64 == other.i64;

@@ -141,7 +141,14 @@ CString::CString(const XVariant& value) { value.ToStringA(*this, kPlainPrecision
 
 bool XVariant::ToStringA(CString& text, int precision) const {
   switch (vt) {
-    case VT_I2: case VT_I4: case VT_INT: case VT_I1: case VT_UI1: case VT_UI2: case VT_UI4: case VT_UINT:
+    case VT_I2:
+    case VT_I4:
+    case VT_INT:
+    case VT_I1:
+    case VT_UI1:
+    case VT_UI2:
+    case VT_UI4:
+    case VT_UINT:
       PrintInteger(ToInt64(), precision, text);
       return true;
     case VT_I8:
@@ -178,7 +185,8 @@ double XVariant::ToDouble() const {
   switch (vt) {
     case VT_R4:
       return static_cast<double>(f32);
-    case VT_R8: case VT_DATE:
+    case VT_R8:
+    case VT_DATE:
       return f64;
     case VT_BSTR:
       return strtod(TextOf(str), nullptr);
@@ -204,17 +212,22 @@ int64_t XVariant::ToInt64() const {
       return i16;
     case VT_UI2:
       return u16;
-    case VT_I4: case VT_INT:
+    case VT_I4:
+    case VT_INT:
       return i32;
-    case VT_UI4: case VT_UINT:
+    case VT_UI4:
+    case VT_UINT:
       return u32;
     case VT_R4:
       return Truncate(static_cast<double>(f32));
-    case VT_R8: case VT_DATE:
+    case VT_R8:
+    case VT_DATE:
       return Truncate(f64);
     case VT_BSTR:
       return IntegerOf(TextOf(str));
-    case VT_BOOL: case VT_I1: case VT_UI1:
+    case VT_BOOL:
+    case VT_I1:
+    case VT_UI1:
       return byte;  // deliberate: type 16 too is read as unsigned
     case VT_I8:
       return i64;
@@ -232,13 +245,18 @@ int XVariant::ChangeType(uint16_t newType, const XVariant* source) {
   Clear();
   vt = newType;
   switch (newType) {
-    case VT_I2: case VT_UI2:
+    case VT_I2:
+    case VT_UI2:
       u16 = static_cast<uint16_t>(from.ToInt());
       return 0;
-    case VT_I4: case VT_UI4: case VT_INT: case VT_UINT:
+    case VT_I4:
+    case VT_UI4:
+    case VT_INT:
+    case VT_UINT:
       i32 = from.ToInt();
       return 0;
-    case VT_I1: case VT_UI1:
+    case VT_I1:
+    case VT_UI1:
       byte = static_cast<uint8_t>(from.ToInt());
       return 0;
     case VT_BOOL:

@@ -28,9 +28,14 @@ struct TrimCase {
 
 TEST(CStringTest, TrimByOneByteErasesTheRunAtThatEndOnly) {
   const TrimCase cases[] = {
-      {"xxab", "ab", "xxab", "ab"},     {"xxx", "", "", ""},       {"abxx", "abxx", "ab", "ab"},
-      {"xaxbx", "axbx", "xaxb", "axb"}, {"", "", "", ""},          {"ab", "ab", "ab", "ab"},
-      {"x", "", "", ""},                {"\0x"s, "\0x"s, "\0"s, "\0"s},
+      {"xxab", "ab", "xxab", "ab"},
+      {"xxx", "", "", ""},
+      {"abxx", "abxx", "ab", "ab"},
+      {"xaxbx", "axbx", "xaxb", "axb"},
+      {"", "", "", ""},
+      {"ab", "ab", "ab", "ab"},
+      {"x", "", "", ""},
+      {"\0x"s, "\0x"s, "\0"s, "\0"s},
   };
   for (const TrimCase& c : cases) {
     CString left = Text(c.text), right = Text(c.text), both = Text(c.text);
@@ -45,7 +50,10 @@ TEST(CStringTest, TrimByOneByteErasesTheRunAtThatEndOnly) {
 
 TEST(CStringTest, TrimByASetErasesEveryMemberAtThatEnd) {
   const TrimCase cases[] = {
-      {" \t a b \t", "a b \t", " \t a b", "a b"}, {" \t ", "", "", ""}, {"", "", "", ""}, {"ab", "ab", "ab", "ab"},
+      {" \t a b \t", "a b \t", " \t a b", "a b"},
+      {" \t ", "", "", ""},
+      {"", "", "", ""},
+      {"ab", "ab", "ab", "ab"},
   };
   for (const TrimCase& c : cases) {
     CString left = Text(c.text), right = Text(c.text), both = Text(c.text);
@@ -69,7 +77,12 @@ TEST(CStringTest, AZeroByteInTheTextIsAMemberOfEverySet) {
 }
 
 TEST(CStringTest, BytesAbove127TrimLikeAnyOther) {
-  CString byByte("\xb0\xb0" "ab"), bySet("\xff" "ab\xb0");
+  CString byByte(
+      "\xb0\xb0"
+      "ab"),
+      bySet(
+          "\xff"
+          "ab\xb0");
   byByte.TrimLeft('\xb0');
   bySet.Trim("\xb0\xff");
   EXPECT_EQ("ab", byByte);

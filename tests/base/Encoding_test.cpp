@@ -211,14 +211,23 @@ TEST(EncodingTest, EachConversionIsOneCallWithTheRoomOfItsKind) {
   {
     CaughtStderr caught;
     FromUtf16({'a', 0x4e2d, 'b'});
-    Utf8Of("ab\xd6\xd0" "c");
+    Utf8Of(
+        "ab\xd6\xd0"
+        "c");
     FromUtf8("ab\xe4\xb8\xad");
     Utf16Of("ab\xd6\xd0", 0);
     FromUtf16({});
     FromUtf16({'a', 0x20ac, 'b'});
-    Utf8Of("a\xff" "b");
-    FromUtf8("a\xff" "b");
-    Utf16Of("a\xff" "b", 3);
+    Utf8Of(
+        "a\xff"
+        "b");
+    FromUtf8(
+        "a\xff"
+        "b");
+    Utf16Of(
+        "a\xff"
+        "b",
+        3);
   }
   recordOpened = false;
   const std::vector<std::pair<size_t, size_t>> expected = {{6, 12}, {5, 10}, {5, 10}, {4, 10}, {0, 3},
@@ -235,7 +244,9 @@ TEST(EncodingTest, AZeroByteAmongTheInputIsConvertedLikeAnyOther) {
 
 TEST(EncodingTest, FromUtf8KeepsWhatPrecedesACharacterThatGb2312Lacks) {
   CaughtStderr caught;
-  const CString text = FromUtf8("ab\xe4\xb8\xad\xf0\x9f\x98\x80" "cd");
+  const CString text = FromUtf8(
+      "ab\xe4\xb8\xad\xf0\x9f\x98\x80"
+      "cd");
   EXPECT_EQ("FromUtf8:iconv:: "s + kIllegal, caught.Text());
   EXPECT_EQ("ab\xd6\xd0", text);
 }
@@ -255,7 +266,12 @@ TEST(EncodingTest, FromUtf16KeepsWhatPrecedesAUnitThatGb2312Lacks) {
 }
 
 TEST(EncodingTest, ToUtf8KeepsWhatPrecedesABadByte) {
-  for (const char* bad : {"ab\xff" "cd", "ab\x80" "cd", "ab\xd6" "cd"}) {
+  for (const char* bad : {"ab\xff"
+                          "cd",
+                          "ab\x80"
+                          "cd",
+                          "ab\xd6"
+                          "cd"}) {
     CaughtStderr caught;
     const CString text = Utf8Of(bad);
     EXPECT_EQ("ToUtf8:iconv:: "s + kIllegal, caught.Text());
@@ -349,7 +365,7 @@ TEST(EncodingTest, EachCallOpensItsOwnConverterByTheExactNamesAndClosesIt) {
     FromUtf8("\xff");
   }
   recordOpened = false;
-  const std::vector<std::string> expected = {"UTF-8>GB2312",    "UCS-2LE>GB2312", "GB2312>UTF-8",
+  const std::vector<std::string> expected = {"UTF-8>GB2312",   "UCS-2LE>GB2312", "GB2312>UTF-8",
                                              "GB2312>UCS-2LE", "GB2312>UCS-2LE", "UTF-8>GB2312"};
   EXPECT_EQ(expected, opened);
   EXPECT_EQ(0, openConverters);
@@ -418,8 +434,8 @@ std::vector<Character> LoadGolden(std::vector<std::string>& unassigned) {
 // UTF-8 of two or three bytes, as all of GB2312 has it.
 unsigned short UnitOf(const std::string& utf8) {
   const auto bits = [&](size_t i, int mask) { return static_cast<unsigned char>(utf8[i]) & mask; };
-  const int code = utf8.size() == 2 ? bits(0, 0x1f) << 6 | bits(1, 0x3f)
-                                    : bits(0, 0x0f) << 12 | bits(1, 0x3f) << 6 | bits(2, 0x3f);
+  const int code =
+      utf8.size() == 2 ? bits(0, 0x1f) << 6 | bits(1, 0x3f) : bits(0, 0x0f) << 12 | bits(1, 0x3f) << 6 | bits(2, 0x3f);
   return static_cast<unsigned short>(code);
 }
 

@@ -40,8 +40,8 @@ class InitStringListTest : public testing::Test {
   TempDir dir_;
 };
 
-const std::string kGb = "\xd6\xd0";            // one character in GB2312
-const std::string kUtf8 = "\xe4\xb8\xad";      // and in UTF-8
+const std::string kGb = "\xd6\xd0";        // one character in GB2312
+const std::string kUtf8 = "\xe4\xb8\xad";  // and in UTF-8
 std::string Repeat(const std::string& text, int count) {
   std::string result;
   while (count-- > 0) result += text;
@@ -55,17 +55,13 @@ TEST_F(InitStringListTest, EmptyLinesTakeNoPlaceAndTheLastLineNeedsNoEnd) {
 
 TEST_F(InitStringListTest, AFinalCrIsDroppedWithoutALineFeedToo) { EXPECT_EQ((Lines{"x"}), Load("x\r")); }
 
-TEST_F(InitStringListTest, OneCrIsDroppedAndOnlyAtTheEnd) {
-  EXPECT_EQ((Lines{"a\r", "b\rc"}), Load("a\r\r\nb\rc\n"));
-}
+TEST_F(InitStringListTest, OneCrIsDroppedAndOnlyAtTheEnd) { EXPECT_EQ((Lines{"a\r", "b\rc"}), Load("a\r\r\nb\rc\n")); }
 
 TEST_F(InitStringListTest, AFileWithoutEntriesAddsNothing) {
   for (const char* bytes : {"", "\n", "\r", "\r\n\r\n", "\n\n\r"}) EXPECT_EQ(Lines{}, Load(bytes));
 }
 
-TEST_F(InitStringListTest, ALineCountsUpToItsFirstZeroByte) {
-  EXPECT_EQ((Lines{"ab", "d"}), Load("ab\0c\n\0x\nd\n"s));
-}
+TEST_F(InitStringListTest, ALineCountsUpToItsFirstZeroByte) { EXPECT_EQ((Lines{"ab", "d"}), Load("ab\0c\n\0x\nd\n"s)); }
 
 TEST_F(InitStringListTest, NothingIsTrimmedOrUnquoted) {
   EXPECT_EQ((Lines{" a\t", "#b", "\"c\""}), Load(" a\t\n#b\n\"c\"\n"));
@@ -77,7 +73,8 @@ TEST_F(InitStringListTest, LinesAreConvertedToUtf8) {
 
 TEST_F(InitStringListTest, AnUnconvertibleLineKeepsItsPlaceWithWhatPrecedesTheBadByte) {
   CaughtStderr caught;
-  EXPECT_EQ((Lines{"a", "", "c"}), Load("a\xff" "b\n\xff\nc\n"));
+  EXPECT_EQ((Lines{"a", "", "c"}), Load("a\xff"
+                                        "b\n\xff\nc\n"));
 }
 
 TEST_F(InitStringListTest, AListWithEntriesIsLeftAsItIs) {

@@ -100,7 +100,10 @@ TEST_F(XFileTest, OpenTHandsTheFlagsOn) {
 TEST_F(XFileTest, OpenTOfAPathThatDoesNotConvertTakesWhatPrecedesTheBadByte) {
   dir_.Write("ab", "abc");
   CaughtStderr caught;
-  EXPECT_TRUE(file_.OpenT((dir_ / "ab\xff" "cd").c_str(), O_RDONLY, false));
+  EXPECT_TRUE(file_.OpenT((dir_ / "ab\xff"
+                                  "cd")
+                              .c_str(),
+                          O_RDONLY, false));
   EXPECT_EQ("ToUtf8:iconv:: Invalid or incomplete multibyte or wide character\n", caught.Text());
   EXPECT_EQ(3u, file_.GetFileSize());
 }

@@ -67,10 +67,10 @@ TEST_F(AlarmDeliveryTest, ListEntriesGoOutByteForByte) {
 TEST_F(AlarmDeliveryTest, TheArgumentsAreMadeByTheseCallsInThisOrder) {
   js.log.clear();
   Args(Alarm(1, 2, 0), core->textList, core->tagList);
-  EXPECT_EQ(js.log, (std::vector<std::string>{
-                        "napi_create_date", "napi_create_date", "napi_create_string_utf8", "napi_create_int32",
-                        "napi_create_string_utf8", "napi_create_string_utf8", "napi_create_int32",
-                        "napi_create_double", "napi_create_double", "napi_create_int32"}));
+  EXPECT_EQ(js.log, (std::vector<std::string>{"napi_create_date", "napi_create_date", "napi_create_string_utf8",
+                                              "napi_create_int32", "napi_create_string_utf8", "napi_create_string_utf8",
+                                              "napi_create_int32", "napi_create_double", "napi_create_double",
+                                              "napi_create_int32"}));
 }
 
 TEST_F(AlarmDeliveryTest, BothAlarmRecordsReachTheCallback) {
@@ -161,9 +161,11 @@ TEST_F(AlarmDeliveryTest, WhatTheCallbackThrowsIsUncaughtAndTheNextAlarmIsDelive
   AnswersAlarms({});
   int calls = 0;
   EXPECT_EQ(core->_SetRtAlarmNotify(js.Function([&](const FakeNapi::Args&) {
-              ++calls;
-              js.Throw("boom");
-            }), false), 0);
+    ++calls;
+    js.Throw("boom");
+  }),
+                                    false),
+            0);
   server.Notify(Record(1, Alarm(1, 0, 0)) + Record(1, Alarm(2, 0, 0)));
   Changes(2);
   EXPECT_EQ(calls, 2);

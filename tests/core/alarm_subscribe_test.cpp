@@ -1,8 +1,8 @@
 // Subscribing to alarms: request 'n', the two lists, the replay, and the function for later alarms.
 #include <utime.h>
 
-#include "core/CoreFixture.h"
 #include "core/Alarms.h"
+#include "core/CoreFixture.h"
 
 class AlarmSubscribeTest : public AlarmTest {
  protected:
@@ -185,8 +185,8 @@ TEST_F(AlarmSubscribeTest, ListsThatCannotBeHadShowQuestionMarks) {
   });
   EXPECT_EQ(Subscribe(true), 0);
   closing.join();
-  EXPECT_EQ(js.calls, std::vector<std::string>{
-                          "(Date(1000), Date(2000), '\?\?\?', 1, '\?\?\?', '\?\?\?', 3, 1.5, -2.5, 4)"});
+  EXPECT_EQ(js.calls,
+            std::vector<std::string>{"(Date(1000), Date(2000), '\?\?\?', 1, '\?\?\?', '\?\?\?', 3, 1.5, -2.5, 4)"});
 }
 
 TEST_F(AlarmSubscribeTest, ListsOfTheMirrorServeWhenTheirTransferFails) {
@@ -220,9 +220,11 @@ TEST_F(AlarmSubscribeTest, ACallbackThatThrowsKeepsItsExceptionAndTheSubscriptio
   AnswersAlarms({Alarm(1, 2, 0), Alarm(3, 4, 1)});
   int calls = 0;
   EXPECT_EQ(core->_SetRtAlarmNotify(js.Function([&](const FakeNapi::Args&) {
-              ++calls;
-              js.Throw("boom");
-            }), true), 0);
+    ++calls;
+    js.Throw("boom");
+  }),
+                                    true),
+            0);
   EXPECT_EQ(calls, 1);  // with an exception pending Node-API makes no further call
   EXPECT_EQ(std::count(js.log.begin(), js.log.end(), "napi_call_function"), 2);
   EXPECT_EQ(js.TakeException(), "boom");

@@ -26,8 +26,10 @@ class ConnectTest : public ::testing::Test {
 };
 
 TEST_F(ConnectTest, LogsInAndFetchesTheDriverFileInThisOrder) {
-  ExpectLogin().Reply("39 FF FF FF FF 0D 0C 0B 0A").ExpectBytes(kFileRequest).ReplyBytes(ScriptedServer::FileReply(
-      std::string("Pump\0\1\0\5\0", 9), 0x12345678));
+  ExpectLogin()
+      .Reply("39 FF FF FF FF 0D 0C 0B 0A")
+      .ExpectBytes(kFileRequest)
+      .ReplyBytes(ScriptedServer::FileReply(std::string("Pump\0\1\0\5\0", 9), 0x12345678));
   peer.Start();
   EXPECT_EQ(Connect(), 0);
   peer.Join();

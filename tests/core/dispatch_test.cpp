@@ -36,16 +36,49 @@ TEST_F(DispatchTest, EveryCoreCommandTakesItsOwnLength) {
   for (int command = 0; command < 256; ++command) {
     int length = 0xFFFF;
     switch (command) {
-      case 1: case 3: length = 35; break;
-      case 2: case 5: case 7: length = 7; break;
-      case 4: length = 43; break;
-      case 6: length = 20; break;
-      case 8: length = 5; break;
-      case 9: case 14: case 15: case 22: length = 8; break;
-      case 10: case 11: case 12: case 13: length = 15; break;
-      case 16: case 17: case 18: case 19: case 20: case 21: length = 11; break;  // with the text "abc"
-      case 255: length = 3; break;
-      default: break;
+      case 1:
+      case 3:
+        length = 35;
+        break;
+      case 2:
+      case 5:
+      case 7:
+        length = 7;
+        break;
+      case 4:
+        length = 43;
+        break;
+      case 6:
+        length = 20;
+        break;
+      case 8:
+        length = 5;
+        break;
+      case 9:
+      case 14:
+      case 15:
+      case 22:
+        length = 8;
+        break;
+      case 10:
+      case 11:
+      case 12:
+      case 13:
+        length = 15;
+        break;
+      case 16:
+      case 17:
+      case 18:
+      case 19:
+      case 20:
+      case 21:
+        length = 11;
+        break;  // with the text "abc"
+      case 255:
+        length = 3;
+        break;
+      default:
+        break;
     }
     EXPECT_EQ(Dispatched(CoreRecord(command, std::string("\0\0\2\0abc\0", 8))), length) << command;
   }

@@ -32,12 +32,18 @@ std::string AnswerTo(const std::string& request) {
   std::string values;
   for (size_t i = 0; i < count; ++i) values += i % 2 == 0 ? FromHex("11 00 2A") : FromHex("08 00 74 65 78 74 00");
   switch (request[0]) {
-    case 'H': return "H" + std::string(1, '\0') + Word(static_cast<unsigned int>(values.size())) + values;
-    case 'b': return "b" + Word(static_cast<unsigned int>(values.size())) + values;
-    case 'L': return "L" + IdsFor(request);
-    case 'n': return "n" + Word(1) + std::string(32, '\1');
-    case '4': return "Exist:No\r\n\r\n";
-    default: return {};
+    case 'H':
+      return "H" + std::string(1, '\0') + Word(static_cast<unsigned int>(values.size())) + values;
+    case 'b':
+      return "b" + Word(static_cast<unsigned int>(values.size())) + values;
+    case 'L':
+      return "L" + IdsFor(request);
+    case 'n':
+      return "n" + Word(1) + std::string(32, '\1');
+    case '4':
+      return "Exist:No\r\n\r\n";
+    default:
+      return {};
   }
 }
 
@@ -76,14 +82,30 @@ class SessionStressTest : public AlarmTest {
     const SessionUse use(*core);
     if (!use || driver == nullptr) return;
     switch (what % 8) {
-      case 0: driver->GetTagValue(js.Env(), "A,B"); break;
-      case 1: driver->_ConnectTag("A,B"); break;
-      case 2: driver->SetTagValue(js.Env(), "A", js.Number(1)); break;
-      case 3: driver->SetCBFunc(js.Env(), nothing_); break;
-      case 4: driver->GetTagId(("new" + std::to_string(what)).c_str()); break;
-      case 5: core->_SetRtAlarmNotify(nothing_, true); break;
-      case 6: js.Drain(); break;
-      default: driver->GetTagValue(js.Env(), ("C,other" + std::to_string(what)).c_str()); break;
+      case 0:
+        driver->GetTagValue(js.Env(), "A,B");
+        break;
+      case 1:
+        driver->_ConnectTag("A,B");
+        break;
+      case 2:
+        driver->SetTagValue(js.Env(), "A", js.Number(1));
+        break;
+      case 3:
+        driver->SetCBFunc(js.Env(), nothing_);
+        break;
+      case 4:
+        driver->GetTagId(("new" + std::to_string(what)).c_str());
+        break;
+      case 5:
+        core->_SetRtAlarmNotify(nothing_, true);
+        break;
+      case 6:
+        js.Drain();
+        break;
+      default:
+        driver->GetTagValue(js.Env(), ("C,other" + std::to_string(what)).c_str());
+        break;
     }
   }
 

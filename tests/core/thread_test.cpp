@@ -61,7 +61,6 @@ TEST(Thread, StartingOneKeepsTheCallersSignals) {
     EXPECT_EQ(sigismember(&before, signal), sigismember(&after, signal)) << signal;
   }
   ASSERT_TRUE(seen.started.Wait());
-
 }
 
 TEST(Thread, ARefusalIsTold) {
@@ -180,6 +179,4 @@ TEST_F(ReceiveLoop, Reads2048BytesAtOnce) {
   EXPECT_EQ(ReceivesFor(2048), 2);  // the bytes, the end
 }
 
-TEST_F(ReceiveLoop, Reads2049BytesInTwo) {
-  EXPECT_EQ(ReceivesFor(2049), 3);
-}
+TEST_F(ReceiveLoop, Reads2049BytesInTwo) { EXPECT_EQ(ReceivesFor(2049), 3); }

@@ -8,8 +8,8 @@
 
 #include <algorithm>
 #include <memory>
-#include <string>
 #include <stdexcept>
+#include <string>
 #include <utility>
 #include <vector>
 

@@ -265,8 +265,8 @@ TEST_F(ReadTagTest, ReadingIsNoUseOfTheLastSendTime) {
 TEST_F(ReadTagTest, AFailedNodeApiCallThrowsItsMessageAndGivesUndefined) {
   Connected(0, "11 00 01");
   Connected(1, "07 00 00 00 00 00 00 00 00 00");
-  for (const char* call : {"napi_create_uint32", "napi_create_array_with_length", "napi_set_element",
-                           "napi_get_undefined"}) {
+  for (const char* call :
+       {"napi_create_uint32", "napi_create_array_with_length", "napi_set_element", "napi_get_undefined"}) {
     js.Fail(call, "Went wrong");
     EXPECT_EQ(Got("A,B"), "nothing") << call;
     EXPECT_EQ(js.TakeException(), "Went wrong") << call;

@@ -270,8 +270,10 @@ TEST_F(TagNotifyTest, WhatACallbackThrowsIsUncaughtAndTheNextChangeIsDelivered) 
 TEST_F(TagNotifyTest, AFailedCallOnTheWayToTheCallbackIsUncaughtAndFreesTheMessage) {
   Subscribes();
   Connected(1, "07 00 00 00 00 00 00 00 00 00");
-  const std::pair<const char*, int> failures[] = {{"napi_create_string_utf8", 0}, {"napi_create_string_utf8", 1},
-                                                  {"napi_get_undefined", 0},      {"napi_get_global", 0},
+  const std::pair<const char*, int> failures[] = {{"napi_create_string_utf8", 0},
+                                                  {"napi_create_string_utf8", 1},
+                                                  {"napi_get_undefined", 0},
+                                                  {"napi_get_global", 0},
                                                   {"napi_call_function", 0}};
   for (const auto& [call, skip] : failures) {
     js.Fail(call, call, skip);

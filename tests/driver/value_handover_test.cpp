@@ -25,9 +25,8 @@ class ValueHandoverTest : public DriverTest {
 TEST_F(ValueHandoverTest, ANotificationBetweenARequestAndItsAnswerIsTheNewerOne) {
   Connected(0, "11 00 01");
   driver.tags[0].connected = 0;
-  WithNotificationBeforeTheAnswer("03", "48 00 03 00 11 00 02", [&] {
-    EXPECT_EQ(FakeNapi::Show(driver.GetTagValue(js.Env(), "A")), "3");
-  });
+  WithNotificationBeforeTheAnswer("03", "48 00 03 00 11 00 02",
+                                  [&] { EXPECT_EQ(FakeNapi::Show(driver.GetTagValue(js.Env(), "A")), "3"); });
   EXPECT_EQ(Shown(0), "3");
 }
 

@@ -103,8 +103,10 @@ TEST_F(ValueToValueTest, EachTypeIsMadeByTheCallThatFitsItsSign) {
 
 TEST_F(ValueToValueTest, AFailedCallThrowsItsMessageAndGivesNothing) {
   const std::pair<const char*, const char*> makers[] = {
-      {"02 00 01 00", "napi_create_int32"},           {"11 00 01", "napi_create_uint32"},
-      {"05 00 00 00 00 00 00 00 00 00", "napi_create_double"}, {"08 00 41 00", "napi_create_string_utf8"},
+      {"02 00 01 00", "napi_create_int32"},
+      {"11 00 01", "napi_create_uint32"},
+      {"05 00 00 00 00 00 00 00 00 00", "napi_create_double"},
+      {"08 00 41 00", "napi_create_string_utf8"},
       {"0B 00 01", "napi_get_boolean"},
   };
   for (const auto& [typed, maker] : makers) {

@@ -8,7 +8,6 @@ class WriteTagTest : public DriverTest {
   WriteTagTest() { KnowsAllTags(); }
 
   int Write(const std::string& list, napi_value value) { return driver.SetTagValue(js.Env(), list.c_str(), value); }
-
 };
 
 TEST_F(WriteTagTest, ANumberIsWrittenAsADouble) {
@@ -41,7 +40,7 @@ TEST_F(WriteTagTest, TextOf127BytesIsWrittenWhole) {
 }
 
 TEST_F(WriteTagTest, LongerTextIsCutTo127Bytes) {
-  for (const size_t size : {128, 200, 100000}) {
+  for (const size_t size : {128u, 200u, 100000u}) {
     EXPECT_EQ(Write("A", js.Text(std::string(size, 'x'))), 0);
     EXPECT_EQ(core.SentBytes().substr(9), std::string(127, 'x') + '\0');
   }

@@ -13,8 +13,8 @@ struct Line {
   Line(const std::string& text, int from = 0, int nameMax = kHeaderNameMax, int valueMax = kHeaderValueMax)
       : pos(from), nameRoom(static_cast<size_t>(nameMax) + 1, 'N'), valueRoom(static_cast<size_t>(valueMax) + 1, 'V') {
     const std::vector<char> bytes(text.begin(), text.end());
-    result = ReadHttpCont(bytes.data(), pos, static_cast<int>(bytes.size()), nameRoom.data(), nameMax,
-                          valueRoom.data(), valueMax);
+    result = ReadHttpCont(bytes.data(), pos, static_cast<int>(bytes.size()), nameRoom.data(), nameMax, valueRoom.data(),
+                          valueMax);
   }
   std::string Name() const { return nameRoom.data(); }
   std::string Value() const { return valueRoom.data(); }

@@ -108,9 +108,8 @@ TEST(GetFileRequest, SizesBeyond32BitsAreSentByTheirLow32AndAreNotCurrent) {
   SetTime(gz, 0x10);
   EXPECT_EQ(0, mirror.Get(kTime, 5));
   ASSERT_EQ(1u, mirror.server.sent.size());
-  EXPECT_EQ(
-      "4RecData/textlist\r\nLastTime:65A0B1C2\r\nSize:5\r\ngzTime:10\r\ngzSize:AB\r\nHello:Yes\r\n\r\n",
-      mirror.server.sent[0]);
+  EXPECT_EQ("4RecData/textlist\r\nLastTime:65A0B1C2\r\nSize:5\r\ngzTime:10\r\ngzSize:AB\r\nHello:Yes\r\n\r\n",
+            mirror.server.sent[0]);
 }
 
 TEST(GetFileRequest, TimesBefore1970AreSentByTheirLow32) {

@@ -57,8 +57,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   {
     Peer peer(input);
     CSyncSocket sock(peer.Open());
-    const int result = GetFile("F", sock, '4', dir.Path(), expected, held, (options & 16) != 0 ? nullptr : &progress,
-                               prefix);
+    const int result =
+        GetFile("F", sock, '4', dir.Path(), expected, held, (options & 16) != 0 ? nullptr : &progress, prefix);
     FUZZ_CHECK(result == 0 || result == 1);
   }
   CheckAndClear(dir.Path(), size + held);

@@ -6,8 +6,8 @@
 
 namespace {
 
-const char* const kAddresses[] = {"127.0.0.1", "127.0.0.1:8000", "127.0.0.1:3968", "p2p:device",
-                                  "P2P(127.0.0.1)):device", "p2p"};
+const char* const kAddresses[] = {"127.0.0.1",  "127.0.0.1:8000",         "127.0.0.1:3968",
+                                  "p2p:device", "P2P(127.0.0.1)):device", "p2p"};
 
 bool IsKnownResult(uint32_t result) {
   return result == kHandshakeOk || result == kHandshakeFailed || result == kHandshakeBadAddress ||

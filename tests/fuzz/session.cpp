@@ -85,17 +85,34 @@ class Session {
 
   void Step(int step) {
     switch (step) {
-      case 0: return Connect();
-      case 1: return core_._Disconnect();
-      case 2: return peer_.CloseLast();
-      case 3: case 4: return peer_.Deliver(input_.Segment(), core_.connected);
-      case 5: core_._SetRtAlarmNotify(napi_stub::Function(), (input_.Byte() & 1) != 0); return;
-      case 6: napi_stub::DeliverQueued(); return;
-      case 7: core_.UnadviseTag(input_.Byte()); return;
-      case 8: napi_stub::AnswerQueueing(input_.Byte() % 4 == 0 ? napi_queue_full : napi_ok); return;
-      case 9: closeFirst_ = true; return;
-      case 16: return CloseDuringRequest();
-      default: return DriverStep(step);
+      case 0:
+        return Connect();
+      case 1:
+        return core_._Disconnect();
+      case 2:
+        return peer_.CloseLast();
+      case 3:
+      case 4:
+        return peer_.Deliver(input_.Segment(), core_.connected);
+      case 5:
+        core_._SetRtAlarmNotify(napi_stub::Function(), (input_.Byte() & 1) != 0);
+        return;
+      case 6:
+        napi_stub::DeliverQueued();
+        return;
+      case 7:
+        core_.UnadviseTag(input_.Byte());
+        return;
+      case 8:
+        napi_stub::AnswerQueueing(input_.Byte() % 4 == 0 ? napi_queue_full : napi_ok);
+        return;
+      case 9:
+        closeFirst_ = true;
+        return;
+      case 16:
+        return CloseDuringRequest();
+      default:
+        return DriverStep(step);
     }
   }
 
@@ -116,11 +133,23 @@ class Session {
     if (driver == nullptr) return;
     const std::string list = step == 10 ? std::string() : input_.Segment();
     switch (step) {
-      case 10: driver->SetCBFunc(core_.env, napi_stub::Function()); return;
-      case 11: case 12: driver->GetTagValue(core_.env, list.c_str()); return;
-      case 13: case 14: driver->_ConnectTag(list.c_str()); return;
-      case 17: driver->GetTagId(list.c_str()); return;
-      default: driver->SetTagValue(core_.env, list.c_str(), Value(input_.Byte())); return;
+      case 10:
+        driver->SetCBFunc(core_.env, napi_stub::Function());
+        return;
+      case 11:
+      case 12:
+        driver->GetTagValue(core_.env, list.c_str());
+        return;
+      case 13:
+      case 14:
+        driver->_ConnectTag(list.c_str());
+        return;
+      case 17:
+        driver->GetTagId(list.c_str());
+        return;
+      default:
+        driver->SetTagValue(core_.env, list.c_str(), Value(input_.Byte()));
+        return;
     }
   }
 

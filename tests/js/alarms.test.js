@@ -5,7 +5,14 @@ const assert = require('node:assert/strict');
 const fs = require('node:fs');
 const { after, test } = require('node:test');
 const {
-  sharedServer, connect, newCore, sent, removeMirror, serverDir, endSubscriptions, untilGone,
+  sharedServer,
+  connect,
+  newCore,
+  sent,
+  removeMirror,
+  serverDir,
+  endSubscriptions,
+  untilGone,
 } = require('./support/server.js');
 const { callLog, mustNotCall } = require('./support/events.js');
 const { u16, u32, f64, hex } = require('./support/wire.js');
@@ -23,9 +30,7 @@ after(endSubscriptions);
 const LIST_REQUESTS = ['RecData/textlist', 'RecData/taglist'].map((file) => hex(`4${file}\r\nHello:Yes\r\n\r\n`));
 
 /** An alarm record. */
-function alarm({
-  begin = 1000, end = 0, tag = 0, text = 0, text2 = 2, attr1 = 1, attr2 = 2, value1 = 3, value2 = 4,
-}) {
+function alarm({ begin = 1000, end = 0, tag = 0, text = 0, text2 = 2, attr1 = 1, attr2 = 2, value1 = 3, value2 = 4 }) {
   return hex(u32(begin), u32(end), u16(tag), u16(text), u16(text2), [attr1, attr2], f64(value1), f64(value2));
 }
 
@@ -46,21 +51,34 @@ test('a subscription is the single byte n, and then a request for each of the tw
   removeMirror(sim.address);
   const core = connect(sim);
   await sim.clearRequests();
-  assert.equal(core.SetRtAlarmNotify(() => {}, false), 0);
+  assert.equal(
+    core.SetRtAlarmNotify(() => {}, false),
+    0,
+  );
   assert.deepEqual(await sent(sim), [hex('n'), ...LIST_REQUESTS]);
 });
 
 test('the callback gets ten arguments: two dates, texts and numbers', async () => {
   const { log } = await subscribe();
-  await sim.notifyRaw(notification(1, {
-    begin: 1700000000, tag: 1, text: 1, text2: 2, attr1: 200, attr2: 255, value1: 151.25, value2: -0.5,
-  }));
+  await sim.notifyRaw(
+    notification(1, {
+      begin: 1700000000,
+      tag: 1,
+      text: 1,
+      text2: 2,
+      attr1: 200,
+      attr2: 255,
+      value1: 151.25,
+      value2: -0.5,
+    }),
+  );
   const [args] = await log.until(1);
   const time = new Date(1700000000000);
   assert.deepEqual(args, [time, time, '锅炉.温度', 0, '温度过高', 'boiler house', 200, 151.25, -0.5, 255]);
-  assert.deepEqual(args.map((arg) => typeof arg), [
-    'object', 'object', 'string', 'number', 'string', 'string', 'number', 'number', 'number', 'number',
-  ]);
+  assert.deepEqual(
+    args.map((arg) => typeof arg),
+    ['object', 'object', 'string', 'number', 'string', 'string', 'number', 'number', 'number', 'number'],
+  );
   assert.ok(args[0] instanceof Date && args[1] instanceof Date);
   assert.equal(log.receivers[0], globalThis);
 });
@@ -99,8 +117,10 @@ test('indexes behind the ends of the lists are "???", each for itself', async ()
   await sim.notifyRaw(notification(1, { tag: 65535, text: 65535, text2: 65535 }));
   const texts = (await log.until(4)).map((args) => [args[2], args[4], args[5]]);
   assert.deepEqual(texts, [
-    ['???', 'boiler house', 'boiler house'], ['锅炉.温度', '???', 'boiler house'],
-    ['Boiler.Temperature', 'too high', '???'], ['???', '???', '???'],
+    ['???', 'boiler house', 'boiler house'],
+    ['锅炉.温度', '???', 'boiler house'],
+    ['Boiler.Temperature', 'too high', '???'],
+    ['???', '???', '???'],
   ]);
 });
 
@@ -109,7 +129,10 @@ test('alarms that the server raises and ends come in order, records 1 and 3', as
   const id = await sim.raiseAlarm({ tag: 0, text: 0, text2: 2, value1: 7, beginTime: 5000 });
   await sim.endAlarm(id, 5001);
   const calls = await log.until(2);
-  assert.deepEqual(calls.map((args) => args[3]), [0, 1]);
+  assert.deepEqual(
+    calls.map((args) => args[3]),
+    [0, 1],
+  );
   assert.deepEqual(calls[1].slice(0, 2), [new Date(5000000), new Date(5001000)]);
 });
 
@@ -118,12 +141,20 @@ test('with replay the active alarms come in the order received, before SetRtAlar
   await answerWith(reply({ begin: 3, tag: 1 }, { begin: 1, end: 9 }, { begin: 2 }));
   const log = callLog();
   const result = core.SetRtAlarmNotify(log, true);
-  assert.deepEqual(log.calls.map(([begin, end, tag, ended]) => [begin.getTime(), end.getTime(), tag, ended]), [
-    [3000, 3000, '锅炉.温度', 0], [1000, 9000, 'Boiler.Temperature', 1], [2000, 2000, 'Boiler.Temperature', 0],
-  ]);
+  assert.deepEqual(
+    log.calls.map(([begin, end, tag, ended]) => [begin.getTime(), end.getTime(), tag, ended]),
+    [
+      [3000, 3000, '锅炉.温度', 0],
+      [1000, 9000, 'Boiler.Temperature', 1],
+      [2000, 2000, 'Boiler.Temperature', 0],
+    ],
+  );
   assert.equal(result, 0);
   assert.equal(log.receivers[0], globalThis);
-  assert.deepEqual(log.calls.map((args) => args.length), [10, 10, 10]);
+  assert.deepEqual(
+    log.calls.map((args) => args.length),
+    [10, 10, 10],
+  );
 });
 
 test('replayed alarms have the texts of lists that are fetched for them', async () => {
@@ -156,7 +187,10 @@ test('a thousand active alarms are replayed in order', async () => {
   await answerWith(reply(...Array.from({ length: 1000 }, (_, i) => ({ begin: i + 1 }))));
   const log = callLog();
   assert.equal(core.SetRtAlarmNotify(log, true), 0);
-  assert.deepEqual(log.calls.map(([begin]) => begin.getTime()), Array.from({ length: 1000 }, (_, i) => (i + 1) * 1000));
+  assert.deepEqual(
+    log.calls.map(([begin]) => begin.getTime()),
+    Array.from({ length: 1000 }, (_, i) => (i + 1) * 1000),
+  );
 });
 
 test('a second call gives -1 without touching the connection, and the first callback stays', async (t) => {
@@ -201,8 +235,14 @@ for (const [what, answer] of BAD_HEADS) {
 test('after an answer of another letter a later try on the same session works', async () => {
   const core = connect(sim);
   await answerWith(hex('x', [0, 0]));
-  assert.equal(core.SetRtAlarmNotify(() => {}, true), -2);
-  assert.equal(core.SetRtAlarmNotify(() => {}, true), 0);
+  assert.equal(
+    core.SetRtAlarmNotify(() => {}, true),
+    -2,
+  );
+  assert.equal(
+    core.SetRtAlarmNotify(() => {}, true),
+    0,
+  );
 });
 
 test('an active alarm that is cut off gives -2 and calls nothing, not even for those before it', async (t) => {
@@ -224,7 +264,10 @@ test('an answer that comes byte by byte, and one that takes its time, are taken'
     await sim.setFault({ step: 'alarms', count: 1, ...fault });
     const log = callLog();
     assert.equal(core.SetRtAlarmNotify(log, true), 0);
-    assert.deepEqual(log.calls.map(([begin]) => begin.getTime()), [77000]);
+    assert.deepEqual(
+      log.calls.map(([begin]) => begin.getTime()),
+      [77000],
+    );
   }
   await sim.endAlarm(id);
 });
@@ -244,11 +287,20 @@ test('what a callback throws during the replay reaches the caller, and the subsc
   await answerWith(reply({ begin: 1 }, { begin: 2 }, { begin: 3 }));
   const error = new Error('thrown by the callback');
   const { log, callback } = throwingLog(error);
-  assert.throws(() => core.SetRtAlarmNotify(callback, true), (thrown) => thrown === error);
-  assert.equal(core.SetRtAlarmNotify(() => {}, true), -1);
+  assert.throws(
+    () => core.SetRtAlarmNotify(callback, true),
+    (thrown) => thrown === error,
+  );
+  assert.equal(
+    core.SetRtAlarmNotify(() => {}, true),
+    -1,
+  );
   await sim.notifyRaw(notification(1, { begin: 9 }));
   await log.until(2);
-  assert.deepEqual(log.calls.map(([begin]) => begin.getTime()), [1000, 9000]);
+  assert.deepEqual(
+    log.calls.map(([begin]) => begin.getTime()),
+    [1000, 9000],
+  );
 });
 
 test('a replayed callback that subscribes again gets -1', async () => {
@@ -285,16 +337,25 @@ test('alarms before a subscription are passed over, what comes with them is told
 test('alarms of a later session of the same instance reach the same callback', async () => {
   const { core, log } = await subscribe();
   assert.equal(core.Connect(sim.address, 'operator', 'secret'), 0);
-  assert.equal(core.SetRtAlarmNotify(() => {}, true), -1);
+  assert.equal(
+    core.SetRtAlarmNotify(() => {}, true),
+    -1,
+  );
   await sim.notifyRaw(notification(1, { begin: 42 }));
-  assert.deepEqual((await log.until(1)).map(([begin]) => begin.getTime()), [42000]);
+  assert.deepEqual(
+    (await log.until(1)).map(([begin]) => begin.getTime()),
+    [42000],
+  );
 });
 
 test('alarms of a session after the server ended the first one reach the same callback', async () => {
   const { core, log } = await subscribe();
   await sim.closeAll();
   await untilGone(core, 'D0');
-  assert.equal(core.SetRtAlarmNotify(() => {}, true), -1);
+  assert.equal(
+    core.SetRtAlarmNotify(() => {}, true),
+    -1,
+  );
   assert.equal(core.Connect(sim.address, 'operator', 'secret'), 0);
   await sim.notifyRaw(notification(3, { begin: 43, end: 44 }));
   assert.deepEqual((await log.until(1))[0].slice(0, 2), [new Date(43000), new Date(44000)]);
@@ -304,12 +365,18 @@ test('the lists are asked for once in the life of an instance', async () => {
   removeMirror(sim.address);
   const core = connect(sim);
   await answerWith(hex('x', [0, 0]));
-  assert.equal(core.SetRtAlarmNotify(() => {}, false), -2);
+  assert.equal(
+    core.SetRtAlarmNotify(() => {}, false),
+    -2,
+  );
   assert.deepEqual((await sent(sim, '4')).slice(1), [], 'not for a subscription that fails');
   assert.equal(core.SetRtAlarmNotify(5, false), 0); // loads the lists, installs nothing
   assert.deepEqual((await sent(sim, '4')).slice(1), LIST_REQUESTS);
   await sim.clearRequests();
-  assert.equal(core.SetRtAlarmNotify(() => {}, false), 0);
+  assert.equal(
+    core.SetRtAlarmNotify(() => {}, false),
+    0,
+  );
   assert.deepEqual(await sent(sim), [hex('n')]);
 });
 
@@ -328,7 +395,10 @@ test('lists that the mirror holds are asked for with time and size, and kept whe
   await sim.clearRequests();
   const { log } = await subscribe();
   const requests = await sim.requests({ command: '4' });
-  assert.deepEqual(requests.map(({ fields }) => fields.headers.size), ['22', '1F']);
+  assert.deepEqual(
+    requests.map(({ fields }) => fields.headers.size),
+    ['22', '1F'],
+  );
   await sim.notifyRaw(notification(1, { tag: 1 }));
   assert.equal((await log.until(1))[0][2], '锅炉.温度');
 });
@@ -340,7 +410,10 @@ test('lists that the server does not have leave "???" and no failure', async () 
   const log = callLog();
   await answerWith(reply({}));
   assert.equal(core.SetRtAlarmNotify(log, true), 0);
-  assert.deepEqual([2, 4, 5].map((i) => log.calls[0][i]), ['???', '???', '???']);
+  assert.deepEqual(
+    [2, 4, 5].map((i) => log.calls[0][i]),
+    ['???', '???', '???'],
+  );
 });
 
 test('lines of the lists are entries as they stand: blanks kept, empty lines without a place', async () => {
@@ -352,13 +425,22 @@ test('lines of the lists are entries as they stand: blanks kept, empty lines wit
   await answerWith(reply({ tag: 0, text: 1, text2: 2 }));
   const log = callLog();
   core.SetRtAlarmNotify(log, true);
-  assert.deepEqual([2, 4, 5].map((i) => log.calls[0][i]), ['  blanks  ', 'last without end', '???']);
+  assert.deepEqual(
+    [2, 4, 5].map((i) => log.calls[0][i]),
+    ['  blanks  ', 'last without end', '???'],
+  );
 });
 
 test('an instance whose server is gone gives -2 for a subscription', async () => {
   const core = connect(sim);
   await sim.closeAll();
   await untilGone(core, 'D0');
-  assert.equal(core.SetRtAlarmNotify(() => {}, true), -2);
-  assert.equal(newCore().SetRtAlarmNotify(() => {}, true), -2);
+  assert.equal(
+    core.SetRtAlarmNotify(() => {}, true),
+    -2,
+  );
+  assert.equal(
+    newCore().SetRtAlarmNotify(() => {}, true),
+    -2,
+  );
 });

@@ -10,16 +10,23 @@ const { runProgram } = require('./support/child.js');
 const { hex } = require('./support/wire.js');
 
 const GB = {
-  锅炉: [0xb9, 0xf8, 0xc2, 0xaf], 温度: [0xce, 0xc2, 0xb6, 0xc8], 备注: [0xb1, 0xb8, 0xd7, 0xa2],
+  锅炉: [0xb9, 0xf8, 0xc2, 0xaf],
+  温度: [0xce, 0xc2, 0xb6, 0xc8],
+  备注: [0xb1, 0xb8, 0xd7, 0xa2],
   示范工程: [0xca, 0xbe, 0xb7, 0xb6, 0xb9, 0xa4, 0xb3, 0xcc],
 };
 const sim = sharedServer({
   project: {
     name: '示范工程',
-    drivers: [{
-      name: '锅炉',
-      tags: [{ name: '温度', type: 'double', value: 85 }, { name: '备注', type: 'string', value: '一切正常' }],
-    }],
+    drivers: [
+      {
+        name: '锅炉',
+        tags: [
+          { name: '温度', type: 'double', value: 85 },
+          { name: '备注', type: 'string', value: '一切正常' },
+        ],
+      },
+    ],
     alarms: { tags: ['锅炉.温度'], texts: ['温度过高', '锅炉房'] },
   },
 });
@@ -82,12 +89,15 @@ test('a name that GB2312 does not hold is no tag and no driver', async () => {
 });
 
 test('of a text that does not convert, what precedes the character counts, and one line says so', async () => {
-  const { code, stdout, stderr } = await runProgram(`
+  const { code, stdout, stderr } = await runProgram(
+    `
     const core = new DBCore();
     core.Connect(args[0], 'operator', 'secret');
     const driver = core.GetDriver('锅炉🚰xyz');
     console.log(JSON.stringify([driver.GetTagValue('温度🚰'), driver.GetTagValue('温度,温🚰度,备注')]));
-  `, [sim.address]);
+  `,
+    [sim.address],
+  );
   assert.equal(stdout, '[85,[85,null]]\n', stderr);
   assert.equal(stderr, 'FromUtf8:iconv:: Invalid or incomplete multibyte or wide character\n'.repeat(3));
   assert.equal(code, 0);

@@ -54,7 +54,10 @@ test('KeepALive gives undefined and sends nothing, with and without a session', 
   assert.equal(core.KeepALive(), undefined);
   assert.equal(core.KeepALive('argument'), undefined);
   assert.equal(core.GetDriver('D0').GetTagValue('A'), 1.5);
-  assert.deepEqual((await sim.requests()).map(({ command }) => command), ['L', 'H']);
+  assert.deepEqual(
+    (await sim.requests()).map(({ command }) => command),
+    ['L', 'H'],
+  );
 });
 
 test('Connect with fewer than three arguments gives -3 and makes no network traffic', async () => {
@@ -93,11 +96,17 @@ test('SetRtAlarmNotify with fewer than two arguments gives -3 and sends nothing'
   const core = connect(sim);
   await sim.clearRequests();
   assert.equal(core.SetRtAlarmNotify(), -3);
-  assert.equal(core.SetRtAlarmNotify(() => {}), -3);
+  assert.equal(
+    core.SetRtAlarmNotify(() => {}),
+    -3,
+  );
   core.GetDriver('D0').GetTagValue('A');
   assert.deepEqual(await sent(sim, 'n'), []);
 });
 
 test('SetRtAlarmNotify before Connect gives -2', () => {
-  assert.equal(newCore().SetRtAlarmNotify(() => {}, false), -2);
+  assert.equal(
+    newCore().SetRtAlarmNotify(() => {}, false),
+    -2,
+  );
 });

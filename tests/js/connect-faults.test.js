@@ -102,9 +102,12 @@ test('a file body that never stops coming is taken up to its announced size', as
 test('a process whose server closes at every step is not ended by a signal', async () => {
   await sim.setFault({ step: 'login', action: 'reset' });
   await sim.setFault({ step: 'handshake2', action: 'reset', skip: 3 });
-  const { code, signal, stdout } = await runProgram(`
+  const { code, signal, stdout } = await runProgram(
+    `
     const core = new DBCore();
     for (let i = 0; i < 6; i++) console.log(core.Connect(args[0], 'operator', 'secret'));
-  `, [sim.address]);
+  `,
+    [sim.address],
+  );
   assert.deepEqual([code, signal, stdout], [0, null, '-2\n'.repeat(6)]);
 });

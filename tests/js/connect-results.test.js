@@ -20,7 +20,10 @@ async function bothClosed() {
 
 test('Connect gives 0, and both connections stand', async () => {
   assert.equal(open(), 0);
-  assert.deepEqual((await sim.connections()).map(({ kind }) => kind), ['request', 'notification']);
+  assert.deepEqual(
+    (await sim.connections()).map(({ kind }) => kind),
+    ['request', 'notification'],
+  );
 });
 
 test('a wrong password gives -1 and leaves both connections closed', async () => {
@@ -47,7 +50,14 @@ test('a login that is answered with another letter than 9 or 0 gives -3 and leav
   await bothClosed();
 });
 
-for (const [rights, written] of [[8, 0], [0xffffffff, 0], [0, -1], [0xfffffff7, -1], [0x800, -1], [0x08000000, -1]]) {
+for (const [rights, written] of [
+  [8, 0],
+  [0xffffffff, 0],
+  [0, -1],
+  [0xfffffff7, -1],
+  [0x800, -1],
+  [0x08000000, -1],
+]) {
   test(`rights of 0x${rights.toString(16)} let a write give ${written}`, async () => {
     await sim.setFault({ step: 'login', action: 'reply', hex: loginReply(rights) });
     assert.equal(connect(sim).GetDriver('D0').SetTagValue('A', 1), written);

@@ -49,7 +49,10 @@ test('an address without a usable port goes to port 80 with the plain registrati
   const tails = ['', ':', ':0', ':x', ':65536'];
   for (const tail of tails) assert.equal(open(t, `${host}${tail}`), 0, tail);
   const lengths = (await sent(server, '7')).map((bytes) => bytes.length / 2);
-  return assert.deepEqual(lengths, tails.map(() => 23));
+  return assert.deepEqual(
+    lengths,
+    tails.map(() => 23),
+  );
 });
 
 test('at port 3968 the registration body is identifier, six zero bytes, the host and zero', async (t) => {
@@ -104,11 +107,14 @@ test('a chain of redirections is followed to its end, one line on standard outpu
   const hops = [await startHop(3, sim)];
   hops.unshift(await startHop(2, hops[0]));
   await redirect(lan(hops[0].address));
-  const { code, stdout } = await runProgram(`
+  const { code, stdout } = await runProgram(
+    `
     const core = new DBCore();
     const result = core.Connect(args[0], 'operator', 'secret');
     process.stdout.write('result ' + result + ', B ' + core.GetDriver('D0').GetTagValue('B') + '\\n');
-  `, [extended.address]);
+  `,
+    [extended.address],
+  );
   assert.equal(stdout, `${'Is same lan ...\n'.repeat(3)}result 0, B 7\n`);
   assert.equal(code, 0);
   for (const hop of [extended, ...hops]) assert.deepEqual(await commands(hop), ['7']);

@@ -112,7 +112,10 @@ test('a tag list is cut at a whole character', async () => {
   const driver = await openDriver(sim);
   driver.GetTagValue(`B${' '.repeat(1345)},${'水'.repeat(300)}`); // 700 bytes are left for the second name
   const [{ fields }] = await sim.requests({ command: 'L' });
-  assert.deepEqual(fields.tags.map(({ name }) => name), ['B', '水'.repeat(233)]);
+  assert.deepEqual(
+    fields.tags.map(({ name }) => name),
+    ['B', '水'.repeat(233)],
+  );
 });
 
 test('a driver name of 127 bytes is found, also by a longer text that begins with it', () => {

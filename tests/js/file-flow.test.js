@@ -14,7 +14,8 @@ const names = Array.from({ length: LARGE / 125 }, (_, i) => `Driver ${String(i).
 const BODY = driverFile(...names.map((name, i) => [name, i, 1]));
 
 const project = (file = {}) => ({
-  ...SMALL, files: [{ name: 'RecData/drvinfo.dat', base64: BODY.toString('base64'), time: 1700000001, ...file }],
+  ...SMALL,
+  files: [{ name: 'RecData/drvinfo.dat', base64: BODY.toString('base64'), time: 1700000001, ...file }],
 });
 
 /** What a client acknowledges of this many bytes, header included. */
@@ -42,7 +43,10 @@ test('a large file is acknowledged window by window, the header counted with the
   assert.deepEqual(expected.slice(0, 3), [131072, 120832, 110592]);
   assert.deepEqual(expected.slice(-3), [8192, 8192, 8192]);
   const requests = await acks(sim);
-  assert.deepEqual(requests.map(({ fields }) => fields.ack), expected);
+  assert.deepEqual(
+    requests.map(({ fields }) => fields.ack),
+    expected,
+  );
   assert.equal(requests[0].hex, hex('4Hello20000\0'));
   assert.equal(requests[1].hex, hex('4Hello1D800\0'));
 });

@@ -55,7 +55,13 @@ test('a second session finds its file current and asks for nothing', async () =>
   assert.ok(core.GetDriver('D1'));
 });
 
-for (const [difference, current] of [[-4, false], [-3, true], [0, true], [3, true], [4, false]]) {
+for (const [difference, current] of [
+  [-4, false],
+  [-3, true],
+  [0, true],
+  [3, true],
+  [4, false],
+]) {
   test(`a copy of the same size whose time is off by ${difference} s is ${current ? '' : 'not '}current`, async () => {
     place(WANTED, TIME + difference);
     connect(sim);

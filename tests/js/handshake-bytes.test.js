@@ -20,9 +20,15 @@ test('a session is opened with 7, 8, 9 and 4, the 8 alone on the notification co
   removeMirror(sim.address);
   connect(sim);
   const requests = await sim.requests();
-  assert.deepEqual(requests.map(({ command, connection }) => [command, connection]), [
-    ['7', 'request'], ['8', 'notification'], ['9', 'request'], ['4', 'request'],
-  ]);
+  assert.deepEqual(
+    requests.map(({ command, connection }) => [command, connection]),
+    [
+      ['7', 'request'],
+      ['8', 'notification'],
+      ['9', 'request'],
+      ['4', 'request'],
+    ],
+  );
   const [first, second, ...others] = requests.map(({ conn }) => conn);
   assert.notEqual(second, first);
   assert.deepEqual(others, [first, first]);

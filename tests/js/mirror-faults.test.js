@@ -7,9 +7,7 @@ const fs = require('node:fs');
 const path = require('node:path');
 const { test } = require('node:test');
 const { runProgram } = require('./support/child.js');
-const {
-  MIRRORS, serverDir, removeMirror, sharedServer, newCore,
-} = require('./support/server.js');
+const { MIRRORS, serverDir, removeMirror, sharedServer, newCore } = require('./support/server.js');
 
 const sim = sharedServer();
 const isRoot = process.getuid() === 0;
@@ -59,7 +57,8 @@ test('a mirror that cannot be written: a session with what was there, and a whol
   fs.mkdirSync(folder, { recursive: true, mode: 0o700 });
   if (isRoot) giveToNobody(folder);
   const file = driverFile(sim.address);
-  const { stdout, stderr } = await runProgram(`${ORDINARY}
+  const { stdout, stderr } = await runProgram(
+    `${ORDINARY}
     const [, file, folder] = args;
     const states = [state()];
     fs.chmodSync(folder, 0o500);
@@ -72,21 +71,31 @@ test('a mirror that cannot be written: a session with what was there, and a whol
     states.push(state());
     console.log(JSON.stringify(states));
     process.exit();
-  `, [sim.address, file, path.dirname(file)]);
+  `,
+    [sim.address, file, path.dirname(file)],
+  );
   assert.equal(stdout, '[[0,1.5],[0,1.5],[0,null],[0,1.5]]\n', stderr);
 });
 
 const skip = isRoot ? false : 'only root can give a directory away';
-test('a mirror of another user: a session without drivers, and a whole one once it is given over', { skip }, async (t) => {
-  openMirrors(t);
-  removeMirror(sim.address);
-  assert.equal(newCore().Connect(sim.address, 'operator', 'secret'), 0);
-  const { stdout, stderr } = await runProgram(`${ORDINARY}
+test(
+  'a mirror of another user: a session without drivers, and a whole one once it is given over',
+  { skip },
+  async (t) => {
+    openMirrors(t);
+    removeMirror(sim.address);
+    assert.equal(newCore().Connect(sim.address, 'operator', 'secret'), 0);
+    const { stdout, stderr } = await runProgram(
+      `${ORDINARY}
     console.log(JSON.stringify(state()));
     while (true) {
       const now = state();
       if (now[1] !== null) { console.log(JSON.stringify(now)); process.exit(); }
     }
-  `, [sim.address], { onOutput: () => giveToNobody(serverDir(sim.address)) });
-  assert.equal(stdout, '[0,null]\n[0,1.5]\n', stderr);
-});
+  `,
+      [sim.address],
+      { onOutput: () => giveToNobody(serverDir(sim.address)) },
+    );
+    assert.equal(stdout, '[0,null]\n[0,1.5]\n', stderr);
+  },
+);

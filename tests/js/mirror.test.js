@@ -10,8 +10,18 @@ const { secondReply } = require('./support/replies.js');
 const sim = sharedServer();
 
 const SUBDIRECTORIES = [
-  '3DWnd', 'CtmGph', 'DBDrv', 'ExtData', 'Media', 'RecData', 'RecData/Alarm2', 'RecData/Event', 'Report', 'ScnDrv',
-  'SysCfg', 'Window',
+  '3DWnd',
+  'CtmGph',
+  'DBDrv',
+  'ExtData',
+  'Media',
+  'RecData',
+  'RecData/Alarm2',
+  'RecData/Event',
+  'Report',
+  'ScnDrv',
+  'SysCfg',
+  'Window',
 ];
 
 const project = (name = 'Small') => `${serverDir(sim.address)}/${name}`;
@@ -42,7 +52,7 @@ test('a colon of the address is an underline in the directory', () => {
   assert.ok(fs.statSync(serverDir(sim.address)).isDirectory());
 });
 
-test('the directories are the owner\'s alone', () => {
+test("the directories are the owner's alone", () => {
   removeMirror(sim.address);
   connect(sim);
   for (const path of [serverDir(sim.address), project(), ...SUBDIRECTORIES.map((name) => `${project()}/${name}`)]) {
@@ -50,7 +60,7 @@ test('the directories are the owner\'s alone', () => {
   }
 });
 
-test('server, project, events and alarms are made the owner\'s again, the other directories stay as they are', () => {
+test("server, project, events and alarms are made the owner's again, the other directories stay as they are", () => {
   connect(sim);
   const all = [serverDir(sim.address), project(), ...SUBDIRECTORIES.map((name) => `${project()}/${name}`)];
   all.forEach((path) => fs.chmodSync(path, 0o755));

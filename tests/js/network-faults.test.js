@@ -6,9 +6,7 @@ const { test, after } = require('node:test');
 const { callLog } = require('./support/events.js');
 const { faultProxy } = require('./support/fault-proxy.js');
 const { settled, backTo } = require('./support/resources.js');
-const {
-  sharedServer, newCore, removeMirror, untilGone, collectInstances,
-} = require('./support/server.js');
+const { sharedServer, newCore, removeMirror, untilGone, collectInstances } = require('./support/server.js');
 const { runProgram } = require('./support/child.js');
 
 const sim = sharedServer();
@@ -58,7 +56,10 @@ test('over a line that loses and repeats no change is lost or comes twice', asyn
     if (value % 10 === 0) assert.equal(driver.GetTagValue('F'), 6);
   }
   await log.until(40);
-  assert.deepEqual(log.calls.map(([, , value]) => value), Array.from({ length: 40 }, (_, i) => 100 + i));
+  assert.deepEqual(
+    log.calls.map(([, , value]) => value),
+    Array.from({ length: 40 }, (_, i) => 100 + i),
+  );
 });
 
 test('connections whose ends arrive behind the next ones do no harm to the next session', async (t) => {
@@ -111,7 +112,8 @@ test('a server that cannot be reached any more gives -2 after the time-out, and 
 
 // From none to more than a session takes: the two connections, and one for each file at a time.
 test('out of descriptors Connect gives -2, or a session without drivers, and works once there are some', async () => {
-  const { stdout, stderr, code } = await runProgram(`
+  const { stdout, stderr, code } = await runProgram(
+    `
     const fs = require('node:fs');
     const used = [];
     const useUp = () => { for (;;) try { used.push(fs.openSync('/dev/null')); } catch { return; } };
@@ -127,9 +129,19 @@ test('out of descriptors Connect gives -2, or a session without drivers, and wor
     results.push([open(), core.GetDriver('D0')?.GetTagValue('F')]);
     console.log(JSON.stringify(results));
     process.exit();
-  `, [sim.address], { limits: '-n 64' });
+  `,
+    [sim.address],
+    { limits: '-n 64' },
+  );
   assert.equal(code, 0, stderr);
-  assert.deepEqual(JSON.parse(stdout), [[-2, false], [-2, false], [0, false], [0, true], [0, true], [0, 6]]);
+  assert.deepEqual(JSON.parse(stdout), [
+    [-2, false],
+    [-2, false],
+    [0, false],
+    [0, true],
+    [0, true],
+    [0, 6],
+  ]);
 });
 
 after(async () => {

@@ -4,9 +4,7 @@
 const assert = require('node:assert/strict');
 const fs = require('node:fs');
 const { after, test } = require('node:test');
-const {
-  sharedServer, connect, openDriver, removeMirror, serverDir, endSubscriptions,
-} = require('./support/server.js');
+const { sharedServer, connect, openDriver, removeMirror, serverDir, endSubscriptions } = require('./support/server.js');
 const { callLog } = require('./support/events.js');
 const { fileReply } = require('./support/replies.js');
 const { u16, hex } = require('./support/wire.js');
@@ -67,7 +65,10 @@ test('the body of a file that cannot be stored is not the answer of the next req
   const place = `${serverDir(sim.address)}/Small/RecData/textlist`;
   fs.mkdirSync(place);
   await answer('file', fileReply(['Size:BB8'], 'x'.repeat(3000)));
-  assert.equal(core.SetRtAlarmNotify(() => {}, false), 0);
+  assert.equal(
+    core.SetRtAlarmNotify(() => {}, false),
+    0,
+  );
   assert.deepEqual(core.GetDriver('D0').GetTagValue('A,B'), [1.5, 7]);
   removeMirror(sim.address);
 });

@@ -37,21 +37,28 @@ test('a process with a session and no subscription ends by itself, and its sessi
 });
 
 test('a process that follows tags stays alive until its server goes', async () => {
-  const { code, stdout } = await run(`
+  const { code, stdout } = await run(
+    `
     process.on('beforeExit', () => print('nothing left'));
     follow((name, tag, value) => { print(value); print('step'); });
     setTimeout(() => print('step'), 200).unref(); // fires only in a process that is kept alive
-  `, () => sim.set('D0', 'A', 5), () => sim.closeAll());
+  `,
+    () => sim.set('D0', 'A', 5),
+    () => sim.closeAll(),
+  );
   assert.deepEqual([code, stdout], [0, 'step\n5\nstep\nnothing left\n']);
 });
 
 test('a process that is subscribed to alarms stays alive, also without a server', async () => {
-  const { code, stdout } = await run(`
+  const { code, stdout } = await run(
+    `
     core.SetRtAlarmNotify(() => {}, false);
     print('step');
     while (core.GetDriver('D0') !== undefined) Atomics.wait(new Int32Array(new SharedArrayBuffer(4)), 0, 0, 1);
     setTimeout(() => { print('alive'); process.exit(3); }, 200).unref();
-  `, () => sim.closeAll());
+  `,
+    () => sim.closeAll(),
+  );
   assert.deepEqual([code, stdout], [3, 'step\nalive\n']);
 });
 
@@ -66,13 +73,16 @@ test('process.exit() ends a process with a session and both subscriptions, with 
 });
 
 test('process.exit() in a callback, with changes still coming, ends the process', async () => {
-  const { code, signal, stderr } = await run(`
+  const { code, signal, stderr } = await run(
+    `
     follow((name, tag, value) => { if (value === 20) process.exit(6); });
     core.SetRtAlarmNotify(() => {}, false);
     print('step');
-  `, () => {
-    for (let value = 10; value < 2000; value++) sim.set('D0', 'A', value);
-  });
+  `,
+    () => {
+      for (let value = 10; value < 2000; value++) sim.set('D0', 'A', value);
+    },
+  );
   assert.deepEqual([code, signal, stderr], [6, null, '']);
 });
 
@@ -99,7 +109,8 @@ test('several open sessions end with their process', async () => {
 });
 
 test('what a callback throws is an uncaught exception, and the next change is still told', async () => {
-  const { code, stdout } = await run(`
+  const { code, stdout } = await run(
+    `
     process.on('uncaughtException', (error) => print('uncaught ' + error.message));
     follow((name, tag, value) => {
       if (value === 1) throw new Error('from the callback');
@@ -107,7 +118,9 @@ test('what a callback throws is an uncaught exception, and the next change is st
       process.exit();
     });
     print('step');
-  `, () => sim.notifyRaw([1, 2].map((value) => doubleOfA(value)).join('')));
+  `,
+    () => sim.notifyRaw([1, 2].map((value) => doubleOfA(value)).join('')),
+  );
   assert.deepEqual([code, stdout], [0, 'step\nuncaught from the callback\ntold 2\n']);
 });
 
@@ -119,16 +132,20 @@ function doubleOfA(value) {
 }
 
 test('what a callback throws ends a process that does not handle it, with its message', async () => {
-  const { code, stderr } = await run(`
+  const { code, stderr } = await run(
+    `
     follow(() => { throw new Error('from the callback'); });
     print('step');
-  `, () => sim.set('D0', 'A', 9));
+  `,
+    () => sim.set('D0', 'A', 9),
+  );
   assert.notEqual(code, 0);
   assert.match(stderr, /Error: from the callback/);
 });
 
 test('what an alarm callback throws is an uncaught exception, and the next alarm is still told', async () => {
-  const { code, stdout } = await run(`
+  const { code, stdout } = await run(
+    `
     process.on('uncaughtException', (error) => print('uncaught ' + error.message));
     core.SetRtAlarmNotify((begin) => {
       if (begin.getTime() === 1000) throw new Error('from the callback');
@@ -136,16 +153,19 @@ test('what an alarm callback throws is an uncaught exception, and the next alarm
       process.exit();
     }, false);
     print('step');
-  `, () => {
-    sim.raiseAlarm({ beginTime: 1 });
-    sim.raiseAlarm({ beginTime: 2 });
-  });
+  `,
+    () => {
+      sim.raiseAlarm({ beginTime: 1 });
+      sim.raiseAlarm({ beginTime: 2 });
+    },
+  );
   assert.deepEqual([code, stdout], [0, 'step\nuncaught from the callback\ntold 2000\n']);
   for (const { id } of await sim.alarms()) await sim.endAlarm(id);
 });
 
 test('changes that came before the server went away are told after it', async () => {
-  const { code, stdout } = await run(`
+  const { code, stdout } = await run(
+    `
     const told = [];
     follow((name, tag, value) => { told.push(value); });
     process.on('beforeExit', () => print(told.join()));
@@ -154,12 +174,16 @@ test('changes that came before the server went away are told after it', async ()
     print('step');
     while (core.GetDriver('D0') !== undefined);
     print('gone, told ' + told.length);
-  `, () => sim.notifyRaw([1, 2, 3, 4, 5].map(doubleOfA).join('')), () => sim.closeNotification());
+  `,
+    () => sim.notifyRaw([1, 2, 3, 4, 5].map(doubleOfA).join('')),
+    () => sim.closeNotification(),
+  );
   assert.deepEqual([code, stdout], [0, 'step\nstep\ngone, told 0\n1,2,3,4,5\n']);
 });
 
 test('a worker has a class of its own, and its sessions end with it', async () => {
-  const { code, stdout, stderr } = await run(`
+  const { code, stdout, stderr } = await run(
+    `
     const { Worker } = require('node:worker_threads');
     const source = \`
       const { workerData, parentPort } = require('node:worker_threads');
@@ -182,7 +206,9 @@ test('a worker has a class of its own, and its sessions end with it', async () =
       print('terminated ' + driver.GetTagValue('B') + ' ' + (DBCore() instanceof DBCore));
       process.exit();
     });
-  `, () => sim.set('D0', 'A', 77));
+  `,
+    () => sim.set('D0', 'A', 77),
+  );
   assert.equal(stdout, '0,true,7\nstep\nD0,A,77\nterminated 7 true\n');
   assert.deepEqual([code, stderr], [0, '']);
 });
@@ -206,7 +232,8 @@ test('require and import give the same class', async () => {
   const { stdout } = await runProgram(`
     import(require.resolve(${JSON.stringify(path.join(__dirname, '../../index.js'))}))
       .then((module) => process.stdout.write(String(module.DBCore === require(${JSON.stringify(
-    path.join(__dirname, '../../index.js'))}).DBCore)));
+        path.join(__dirname, '../../index.js'),
+      )}).DBCore)));
   `);
   assert.equal(stdout, 'true');
 });

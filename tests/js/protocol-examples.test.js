@@ -87,7 +87,10 @@ test('the sizes that the text gives for scrambled bytes are right', () => {
   }
 });
 
-for (const [name, target] of [['first exchange, direct', undefined], ['first exchange, extended', 'dev7']]) {
+for (const [name, target] of [
+  ['first exchange, direct', undefined],
+  ['first exchange, extended', 'dev7'],
+]) {
   test(`${name}: the body on the wire is the plain one`, () => {
     const fields = fieldsOf(name, target !== undefined);
     assert.equal(fields.body, storedBytes(name).toString('hex'));
@@ -126,16 +129,24 @@ test('the reply of the second exchange tells time and size of the driver file an
   assert.deepEqual(plain, piecesOf(examples.get('second exchange'), '==')[1]);
   assert.equal(plain[0], '8'.charCodeAt(0));
   const record = plain.subarray(1, 60);
-  assert.deepEqual([record[21], record.readUInt32BE(50), record.readUInt32BE(54), record[58]],
-    [16, TIME, storedBytes('driver file').length, 'P'.charCodeAt(0)]);
-  assert.deepEqual(takeAll(plain.subarray(59), (cursor) => cursor.text().toString()), ['Plant', '']);
+  assert.deepEqual(
+    [record[21], record.readUInt32BE(50), record.readUInt32BE(54), record[58]],
+    [16, TIME, storedBytes('driver file').length, 'P'.charCodeAt(0)],
+  );
+  assert.deepEqual(
+    takeAll(plain.subarray(59), (cursor) => cursor.text().toString()),
+    ['Plant', ''],
+  );
 });
 
 test('the project path request is one byte, its reply four texts', () => {
   assert.deepEqual(fieldsOf('project path'), {});
   const reply = replyBytes('project path');
   assert.equal(reply[0], '3'.charCodeAt(0));
-  assert.deepEqual(takeAll(reply.subarray(1), (cursor) => cursor.text().toString()), ['D:\\Plant\\', '', '', '']);
+  assert.deepEqual(
+    takeAll(reply.subarray(1), (cursor) => cursor.text().toString()),
+    ['D:\\Plant\\', '', '', ''],
+  );
 });
 
 test('the login is answered with rights of 8, or refused', () => {
@@ -151,16 +162,23 @@ test('a new file comes with a header of lines and a body of the size announced',
   const [header, body] = replyBytes('file, new').toString('latin1').split('\r\n\r\n');
   const file = storedBytes('driver file');
   const hex = (number) => number.toString(16).toUpperCase();
-  assert.deepEqual(header.split('\r\n'), ['Exist:Yes', 'FileName:drvinfo.dat', `FileTime:${hex(TIME)}`,
-    `Size:${hex(file.length)}`, 'Hello:Yes']);
+  assert.deepEqual(header.split('\r\n'), [
+    'Exist:Yes',
+    'FileName:drvinfo.dat',
+    `FileTime:${hex(TIME)}`,
+    `Size:${hex(file.length)}`,
+    'Hello:Yes',
+  ]);
   assert.equal(body, file.toString('latin1'));
 });
 
 test('a current file is told of by time and size, and not sent', () => {
   const { path: name, headers } = fieldsOf('file, current');
   assert.equal(name, 'RecData/textlist');
-  assert.deepEqual([parseInt(headers.lasttime, 16), parseInt(headers.size, 16), headers.hello],
-    [TIME, storedBytes('line list').length, 'Yes']);
+  assert.deepEqual(
+    [parseInt(headers.lasttime, 16), parseInt(headers.size, 16), headers.hello],
+    [TIME, storedBytes('line list').length, 'Yes'],
+  );
   assert.equal(replyBytes('file, current').toString('latin1'), 'UseLast:Yes\r\n\r\n');
 });
 
@@ -187,7 +205,10 @@ test('the table of acknowledgement windows adds up', () => {
 
 test('the driver file names two drivers with their ids and tag counts', () => {
   const record = (cursor) => [fromGb2312(cursor.text()), cursor.u16(), cursor.u16()];
-  assert.deepEqual(takeAll(storedBytes('driver file'), record), [['Pumps', 0, 2], ['锅炉', 3, 3]]);
+  assert.deepEqual(takeAll(storedBytes('driver file'), record), [
+    ['Pumps', 0, 2],
+    ['锅炉', 3, 3],
+  ]);
 });
 
 test('the line list has two lines', () => {
@@ -196,11 +217,21 @@ test('the line list has two lines', () => {
 
 test('a batch of four names is answered with four ids, 65535 for the unknown one', () => {
   const names = ['温度', 'NoSuch', 'Setpoint', 'Mode'];
-  assert.deepEqual(fieldsOf('tag ids, batch').tags, names.map((name) => ({ driver: 3, name })));
+  assert.deepEqual(
+    fieldsOf('tag ids, batch').tags,
+    names.map((name) => ({ driver: 3, name })),
+  );
   const reply = replyBytes('tag ids, batch');
   assert.equal(reply[0], 'L'.charCodeAt(0));
-  assert.deepEqual(takeAll(reply.subarray(1), (cursor) => [cursor.u16(), cursor.u16()]),
-    [[0, 0], [65535, 0], [1, 0], [2, 0]]);
+  assert.deepEqual(
+    takeAll(reply.subarray(1), (cursor) => [cursor.u16(), cursor.u16()]),
+    [
+      [0, 0],
+      [65535, 0],
+      [1, 0],
+      [2, 0],
+    ],
+  );
 });
 
 test('one name is asked for with the same bytes as a batch of one', () => {
@@ -209,20 +240,46 @@ test('one name is asked for with the same bytes as a batch of one', () => {
 });
 
 test('a read of three tags is answered in two chunks', () => {
-  assert.deepEqual(fieldsOf('read').tags, [0, 1, 2].map((tag) => ({ driver: 3, tag })));
-  assert.deepEqual(chunksOf(replyBytes('read'), 'H', true), [[1, [[4, 36.5], [5, 40]]], [0, [[8, 'auto']]]]);
+  assert.deepEqual(
+    fieldsOf('read').tags,
+    [0, 1, 2].map((tag) => ({ driver: 3, tag })),
+  );
+  assert.deepEqual(chunksOf(replyBytes('read'), 'H', true), [
+    [
+      1,
+      [
+        [4, 36.5],
+        [5, 40],
+      ],
+    ],
+    [0, [[8, 'auto']]],
+  ]);
 });
 
 test('a connect of two tags is answered with their values', () => {
-  assert.deepEqual(fieldsOf('connect').tags, [0, 2].map((tag) => ({ driver: 3, tag })));
+  assert.deepEqual(
+    fieldsOf('connect').tags,
+    [0, 2].map((tag) => ({ driver: 3, tag })),
+  );
   assert.equal(requestBytes('connect').length, 3 + 2 * 5);
-  assert.deepEqual(chunksOf(replyBytes('connect'), 'b', false), [[[[4, 36.5], [8, 'auto']]]]);
+  assert.deepEqual(chunksOf(replyBytes('connect'), 'b', false), [
+    [
+      [
+        [4, 36.5],
+        [8, 'auto'],
+      ],
+    ],
+  ]);
 });
 
 test('writes carry the type of the JavaScript value', () => {
   const writes = (name) => fieldsOf(name).writes.map(({ driver, tag, type, value }) => [driver, tag, type, value]);
   assert.deepEqual(writes('write, one tag'), [[3, 1, 5, 3]]);
-  assert.deepEqual(writes('write, several tags'), [[3, 0, 11, true], [3, 1, 5, 41.5], [3, 2, 8, '手动']]);
+  assert.deepEqual(writes('write, several tags'), [
+    [3, 0, 11, true],
+    [3, 1, 5, 41.5],
+    [3, 2, 8, '手动'],
+  ]);
   for (const name of ['write, one tag', 'write, several tags']) assert.deepEqual(piecesOf(example(name), '<-'), []);
 });
 
@@ -241,15 +298,35 @@ test('the alarms request is answered with one alarm', () => {
 test('each line of the value examples is one value, of the types 0 to 23', () => {
   const { lines } = example('values with type word');
   const decoded = lines.map(({ bytes }) => only(takeAll(bytes, values.decode)));
-  assert.deepEqual(decoded.map(({ code }) => code), Array.from({ length: 24 }, (_, code) => code));
-  const told = new Map([[2, -2], [3, -70000], [4, 36.5], [5, 40], [7, values.daysOfText('2024-03-05T12:00')], [8, '温度'],
-    [11, true], [16, -1], [17, 254], [18, 65000], [19, 4000000000], [20, -5n], [22, 7], [23, 7]]);
+  assert.deepEqual(
+    decoded.map(({ code }) => code),
+    Array.from({ length: 24 }, (_, code) => code),
+  );
+  const told = new Map([
+    [2, -2],
+    [3, -70000],
+    [4, 36.5],
+    [5, 40],
+    [7, values.daysOfText('2024-03-05T12:00')],
+    [8, '温度'],
+    [11, true],
+    [16, -1],
+    [17, 254],
+    [18, 65000],
+    [19, 4000000000],
+    [20, -5n],
+    [22, 7],
+    [23, 7],
+  ]);
   for (const { code, value } of decoded) assert.deepEqual(value, told.get(code) ?? null);
   lines.forEach(({ bytes }, i) => assert.deepEqual(values.encode(decoded[i].code, decoded[i].value), bytes));
 });
 
 test('the array example holds two values with type words', () => {
-  const items = [{ code: 3, value: 5 }, { code: 3, value: 6 }];
+  const items = [
+    { code: 3, value: 5 },
+    { code: 3, value: 6 },
+  ];
   assert.deepEqual(storedBytes('array'), values.encode(values.ARRAY, items));
 });
 
@@ -279,10 +356,23 @@ test('the library sends the requests of the examples and understands their repli
     written: 0,
     writtenList: 0,
     subscribed: 0,
-    changes: [['锅炉', '温度', 37.25], ['锅炉', 'Mode', '手动']],
+    changes: [
+      ['锅炉', '温度', 37.25],
+      ['锅炉', 'Mode', '手动'],
+    ],
     alarms: [shown(TIME, 0), shown(TIME + 60, 1)],
     wrong: null,
   });
-  assert.deepEqual(answered, ['login', 'file, new', 'tag ids, batch', 'read', 'connect', 'write, one tag',
-    'write, several tags', 'alarms', 'file, current', 'file, missing']);
+  assert.deepEqual(answered, [
+    'login',
+    'file, new',
+    'tag ids, batch',
+    'read',
+    'connect',
+    'write, one tag',
+    'write, several tags',
+    'alarms',
+    'file, current',
+    'file, missing',
+  ]);
 });

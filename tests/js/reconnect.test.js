@@ -5,7 +5,13 @@ const assert = require('node:assert/strict');
 const fs = require('node:fs');
 const { test } = require('node:test');
 const {
-  sharedServer, startServer, connect, newCore, removeMirror, untilGone, collectInstances,
+  sharedServer,
+  startServer,
+  connect,
+  newCore,
+  removeMirror,
+  untilGone,
+  collectInstances,
 } = require('./support/server.js');
 const { runProgram } = require('./support/child.js');
 const { callLog } = require('./support/events.js');
@@ -30,7 +36,10 @@ test('a second Connect on an open session ends that session and opens a new one'
   for (const conn of before) await sim.waitFor('close', { conn });
   const now = await sim.connections();
   assert.equal(now.length, 2);
-  assert.deepEqual(now.filter(({ id }) => before.includes(id)), []);
+  assert.deepEqual(
+    now.filter(({ id }) => before.includes(id)),
+    [],
+  );
   assert.equal(core.GetDriver('D0').GetTagValue('A'), 1.5);
 });
 
@@ -47,7 +56,10 @@ test('the notification connection of a session is closed before its request conn
   assert.equal(reopen(core), 0);
   await sim.waitFor('close', { session, kind: 'request' });
   const closes = await sim.events({ event: 'close', session });
-  assert.deepEqual(closes.map(({ kind }) => kind), ['notification', 'request']);
+  assert.deepEqual(
+    closes.map(({ kind }) => kind),
+    ['notification', 'request'],
+  );
 });
 
 test('a second Connect that fails leaves no session', async () => {
@@ -71,13 +83,16 @@ test('a server that closes the notification connection ends the session without 
 test('a request that waits for its answer fails as soon as the server closes the notification connection', async () => {
   await sim.setFault({ step: 'read', action: 'hang' });
   const ended = sim.waitFor('request', { command: 'H' }).then(() => sim.closeNotification());
-  const { stdout } = await runProgram(`
+  const { stdout } = await runProgram(
+    `
     const core = new DBCore();
     core.Connect(args[0], 'operator', 'secret');
     const started = Date.now();
     const value = core.GetDriver('D0').GetTagValue('A');
     console.log(value, Date.now() - started < 7000);
-  `, [sim.address]);
+  `,
+    [sim.address],
+  );
   await ended;
   assert.equal(stdout, 'undefined true\n'); // an answer is waited for 8 seconds
 });
@@ -143,7 +158,10 @@ test('a driver object whose session the server ended reads undefined, writes -2 
   assert.equal(driver.ConnectTag('A'), undefined);
   assert.equal(driver.SetTagValue('A', 1), -2);
   assert.equal(driver.SetTagValue('A,B', [1, 2]), -2);
-  assert.equal(driver.SetTagNotify(() => {}), undefined);
+  assert.equal(
+    driver.SetTagNotify(() => {}),
+    undefined,
+  );
 });
 
 test('arguments of a dead driver object are checked as those of a live one', async () => {
@@ -187,7 +205,10 @@ test('names are asked for again in a new session', async () => {
   assert.equal(reopen(core), 0);
   await sim.clearRequests();
   core.GetDriver('D0').GetTagValue('A');
-  assert.deepEqual((await sim.requests()).map(({ command }) => command), ['L', 'H']);
+  assert.deepEqual(
+    (await sim.requests()).map(({ command }) => command),
+    ['L', 'H'],
+  );
 });
 
 test('a subscription ends with its session: a new driver takes a new callback', async () => {

@@ -11,7 +11,7 @@ const { callLog } = require('./support/events.js');
 const { hex } = require('./support/wire.js');
 
 const RELAY = loopback(1);
-const DEVICES = { dev1: true, home: 'lan', 'a:b:c': true, '泵站': true };
+const DEVICES = { dev1: true, home: 'lan', 'a:b:c': true, 泵站: true };
 const sim = sharedServer({ relay: { host: RELAY, port: 3968, devices: DEVICES } });
 
 /** An instance connected through an address; its mirror is cleaned up. */
@@ -62,12 +62,18 @@ test('whatever stands between p2p and the parenthesis does not count', async (t)
 
 test('the device name is all that stands behind the first colon', async (t) => {
   open(t, `p2p(${RELAY}):dev1:3968`, -2);
-  assert.deepEqual((await relayRequests('7')).map(({ fields }) => fields.target), ['dev1:3968']);
+  assert.deepEqual(
+    (await relayRequests('7')).map(({ fields }) => fields.target),
+    ['dev1:3968'],
+  );
 });
 
 test('a device name goes to the relay as the UTF-8 that it is', async (t) => {
   open(t, `p2p(${RELAY}):泵站`);
-  assert.deepEqual((await relayRequests('7')).map(({ fields }) => fields.target), ['泵站']);
+  assert.deepEqual(
+    (await relayRequests('7')).map(({ fields }) => fields.target),
+    ['泵站'],
+  );
 });
 
 test('the mirror of a device of a Chinese name stands under that name, and there alone', (t) => {
@@ -91,7 +97,10 @@ test('a device name is compared exactly', (t) => {
 
 test('an empty device name is sent and refused', async (t) => {
   open(t, `p2p(${RELAY}):`, -2);
-  assert.deepEqual((await relayRequests('7')).map(({ fields }) => fields.target), ['']);
+  assert.deepEqual(
+    (await relayRequests('7')).map(({ fields }) => fields.target),
+    [''],
+  );
 });
 
 test('a relay address without colon gives -2 and connects nowhere', async (t) => {
@@ -104,8 +113,9 @@ test('a relay that nobody runs gives -2', (t) => {
 });
 
 test('a relay without an address in the text is looked for at 127.0.0.1', async (t) => {
-  const relay = await startServer(t, { relay: { host: '127.0.0.1', port: 3968, devices: { dev1: true } } })
-    .catch((error) => error);
+  const relay = await startServer(t, { relay: { host: '127.0.0.1', port: 3968, devices: { dev1: true } } }).catch(
+    (error) => error,
+  );
   if (relay instanceof Error) return t.skip(`127.0.0.1:3968: ${relay.message}`);
   open(t, 'p2p:dev1');
   return assert.equal((await relay.requests({ connection: 'relay', command: '7' })).length, 1);
@@ -114,16 +124,22 @@ test('a relay without an address in the text is looked for at 127.0.0.1', async 
 test('a relay that answers "lan" sends the client to the server itself, and says so on standard output', async (t) => {
   const address = `p2p(${RELAY}):home`;
   t.after(() => removeMirror(address));
-  const { code, stdout } = await runProgram(`
+  const { code, stdout } = await runProgram(
+    `
     const core = new DBCore();
     const result = core.Connect(args[0], 'operator', 'secret');
     process.stdout.write('result ' + result + ', B ' + core.GetDriver('D0').GetTagValue('B') + '\\n');
-  `, [address]);
+  `,
+    [address],
+  );
   assert.equal(stdout, 'Is same lan ...\nresult 0, B 7\n');
   assert.equal(code, 0);
   assert.deepEqual(await relayRequests('8'), []);
   const direct = await sim.requests({ connection: 'request', command: '7' });
-  assert.deepEqual(direct.map(({ hex: bytes }) => bytes.length / 2), [23]); // the server's port is not 3968
+  assert.deepEqual(
+    direct.map(({ hex: bytes }) => bytes.length / 2),
+    [23],
+  ); // the server's port is not 3968
 });
 
 test('the mirror of a device stands under the whole relay address', (t) => {
@@ -147,7 +163,12 @@ test('the same instance goes from a relay to a direct address and back', (t) => 
   assert.equal(core.GetDriver('D0').GetTagValue('B'), 7);
 });
 
-for (const [step, action] of [['relay1', 'refuse'], ['relay1', 'close'], ['relay2', 'refuse'], ['relay2', 'close']]) {
+for (const [step, action] of [
+  ['relay1', 'refuse'],
+  ['relay1', 'close'],
+  ['relay2', 'refuse'],
+  ['relay2', 'close'],
+]) {
   test(`a relay that answers ${action} at step ${step} gives -2`, async (t) => {
     await sim.setFault({ step, action });
     open(t, `p2p(${RELAY}):dev1`, -2);

@@ -29,16 +29,27 @@ const PROGRAM = `
 `;
 
 const STEPS = [
-  ['handshake1', -2], ['handshake2', -2], ['login', -2], ['file', -2], ['file-body', -2], ['tagids', 'undefined'],
-  ['connect', 'undefined'], ['read', 'undefined'], ['alarms', -2],
+  ['handshake1', -2],
+  ['handshake2', -2],
+  ['login', -2],
+  ['file', -2],
+  ['file-body', -2],
+  ['tagids', 'undefined'],
+  ['connect', 'undefined'],
+  ['read', 'undefined'],
+  ['alarms', -2],
 ];
 
 test('a silent server is waited for 8 seconds', { concurrency: true }, async (t) => {
-  await Promise.all(STEPS.map(([step, expected]) => t.test(`at step ${step}: ${expected}`, async (one) => {
-    const sim = await startServer(one, { faults: [{ step, action: 'hang' }] });
-    const { stdout } = await runProgram(PROGRAM, [sim.address, step], { bound: LATEST + 5000 });
-    const [result, elapsed] = JSON.parse(stdout);
-    assert.equal(result, expected);
-    assert.ok(elapsed >= TIME_OUT - 50 && elapsed < LATEST, `${elapsed} ms`);
-  })));
+  await Promise.all(
+    STEPS.map(([step, expected]) =>
+      t.test(`at step ${step}: ${expected}`, async (one) => {
+        const sim = await startServer(one, { faults: [{ step, action: 'hang' }] });
+        const { stdout } = await runProgram(PROGRAM, [sim.address, step], { bound: LATEST + 5000 });
+        const [result, elapsed] = JSON.parse(stdout);
+        assert.equal(result, expected);
+        assert.ok(elapsed >= TIME_OUT - 50 && elapsed < LATEST, `${elapsed} ms`);
+      }),
+    ),
+  );
 });

@@ -8,16 +8,22 @@ const { simulate, smallPlant } = require('./support/simulated');
 
 const limited = (extra = {}) => ({
   name: 'P',
-  drivers: [{
-    name: 'D',
-    tags: [{
-      name: 'x', type: 'double', value: 1,
-      alarms: [
-        { above: 10, deadband: 2, text: 'high', text2: 'tank', attr1: 3, attr2: 4 },
-        { below: 0, text: '过低', attr1: 1 },
+  drivers: [
+    {
+      name: 'D',
+      tags: [
+        {
+          name: 'x',
+          type: 'double',
+          value: 1,
+          alarms: [
+            { above: 10, deadband: 2, text: 'high', text2: 'tank', attr1: 3, attr2: 4 },
+            { below: 0, text: '过低', attr1: 1 },
+          ],
+        },
       ],
-    }],
-  }],
+    },
+  ],
   ...extra,
 });
 
@@ -56,7 +62,10 @@ test('a limit passed raises record 1, and passed back by the deadband ends it wi
 test('a lower limit has the driver name as its second text when none is given', async (t) => {
   const { sim, notify } = await follow(t, { project: limited() });
   await sim.set('D', 'x', -1);
-  assert.equal(hex(await notify.read(35)).toString('hex', 11), '0000' + '0200' + '0300' + '01' + '00' + real(-1) + real(0));
+  assert.equal(
+    hex(await notify.read(35)).toString('hex', 11),
+    '0000' + '0200' + '0300' + '01' + '00' + real(-1) + real(0),
+  );
 });
 
 test('the reply to n holds the active alarms in the order in which they arose', async (t) => {
@@ -91,7 +100,10 @@ test('a value beyond its limit at the start is an active alarm', async (t) => {
   const project = limited();
   project.drivers[0].tags[0].value = 20;
   const { sim } = await follow(t, { project });
-  assert.deepEqual((await sim.alarms()).map(({ value1, value2 }) => [value1, value2]), [[20, 10]]);
+  assert.deepEqual(
+    (await sim.alarms()).map(({ value1, value2 }) => [value1, value2]),
+    [[20, 10]],
+  );
 });
 
 test('clients hear of alarms only after their login', async (t) => {
@@ -107,7 +119,9 @@ test('clients hear of alarms only after their login', async (t) => {
 
 test('an alarm with a value of a wrong kind is refused and not kept', async (t) => {
   const { sim } = await follow(t, { project: limited() });
-  await assert.rejects(sim.raiseAlarm({ value1: 'much' }), { message: 'alarm: value1: expected a number, found "much"' });
+  await assert.rejects(sim.raiseAlarm({ value1: 'much' }), {
+    message: 'alarm: value1: expected a number, found "much"',
+  });
   assert.deepEqual(await sim.alarms(), []);
 });
 
@@ -120,7 +134,9 @@ test('the list files hold one line for each entry, in GB2312, those of the proje
     const text = request.bytes.toString('latin1');
     const end = text.indexOf('\r\n\r\n') + 4;
     const size = parseInt(/Size:(\w+)/.exec(text)[1], 16);
-    return hex(await request.read(end + size)).subarray(end).toString('latin1');
+    return hex(await request.read(end + size))
+      .subarray(end)
+      .toString('latin1');
   };
   assert.equal(await body('textlist'), 'first\r\ntank\r\nhigh\r\n\xb9\xfd\xb5\xcd\r\nD\r\n');
   assert.equal(await body('taglist'), 'Other\r\nD.x\r\n');
@@ -128,7 +144,10 @@ test('the list files hold one line for each entry, in GB2312, those of the proje
 
 test('waveforms raise and end alarms by themselves', async (t) => {
   const tag = {
-    name: 'x', type: 'bool', wave: { kind: 'square', period: 0.2 }, alarms: [{ above: 0.5, text: 'on' }],
+    name: 'x',
+    type: 'bool',
+    wave: { kind: 'square', period: 0.2 },
+    alarms: [{ above: 0.5, text: 'on' }],
   };
   const project = smallPlant({ drivers: [{ name: 'D', tags: [tag] }] });
   const { notify } = await follow(t, { project, rate: 100 });

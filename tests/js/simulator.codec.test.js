@@ -76,10 +76,22 @@ test('GB2312 holds its own characters and no others of the wider code set', () =
 });
 
 test('nonsense becomes 0, false or an empty text of the type', () => {
-  assert.deepEqual([2, 8, 11, 20, 5].map((code) => coerce(code, undefined)), [0, '', false, 0n, 0]);
-  assert.deepEqual([2, 20].map((code) => coerce(code, 'x')), [0, 0n]);
-  assert.deepEqual([Infinity, -Infinity, NaN].map((value) => coerce(3, value)), [2147483647, -2147483648, 0]);
-  assert.deepEqual([1e30, -1e30, NaN].map((value) => coerce(20, value)), [2n ** 63n - 1n, -(2n ** 63n), 0n]);
+  assert.deepEqual(
+    [2, 8, 11, 20, 5].map((code) => coerce(code, undefined)),
+    [0, '', false, 0n, 0],
+  );
+  assert.deepEqual(
+    [2, 20].map((code) => coerce(code, 'x')),
+    [0, 0n],
+  );
+  assert.deepEqual(
+    [Infinity, -Infinity, NaN].map((value) => coerce(3, value)),
+    [2147483647, -2147483648, 0],
+  );
+  assert.deepEqual(
+    [1e30, -1e30, NaN].map((value) => coerce(20, value)),
+    [2n ** 63n - 1n, -(2n ** 63n), 0n],
+  );
 });
 
 test('a long text is cut at a character', () => {
@@ -107,14 +119,18 @@ function waves(tags) {
   };
 }
 
-const close = (actual, expected) => actual.forEach((value, i) => (
-  assert.ok(Math.abs(value - expected[i]) < 0.5, `${value} is not about ${expected[i]}`)));
+const close = (actual, expected) =>
+  actual.forEach((value, i) => assert.ok(Math.abs(value - expected[i]) < 0.5, `${value} is not about ${expected[i]}`));
 
 test('waveforms have their shapes', () => {
   const number = (wave) => ({ name: wave.kind, type: 'double', range: [0, 100], wave: { period: 8, ...wave } });
   const plant = waves([
-    number({ kind: 'sine' }), number({ kind: 'triangle' }), number({ kind: 'ramp' }),
-    number({ kind: 'square', duty: 0.25 }), number({ kind: 'counter' }), number({ kind: 'steps', steps: [5, 6, 7, 8] }),
+    number({ kind: 'sine' }),
+    number({ kind: 'triangle' }),
+    number({ kind: 'ramp' }),
+    number({ kind: 'square', duty: 0.25 }),
+    number({ kind: 'counter' }),
+    number({ kind: 'steps', steps: [5, 6, 7, 8] }),
   ]);
   close(plant.at(0.001), [0, 0, 0, 100, 0, 5]);
   close(plant.at(2.001), [50, 50, 25, 0, 0, 6]);
@@ -144,6 +160,8 @@ test('a tag follows its set-point', () => {
 });
 
 test('tags of one count entry are spread over the period', () => {
-  const plant = waves([{ name: 'x{0}', type: 'double', count: 4, range: [0, 100], wave: { kind: 'ramp', period: 10 } }]);
+  const plant = waves([
+    { name: 'x{0}', type: 'double', count: 4, range: [0, 100], wave: { kind: 'ramp', period: 10 } },
+  ]);
   close(plant.at(0.001), [0, 25, 50, 75]);
 });

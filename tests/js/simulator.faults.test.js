@@ -41,7 +41,10 @@ test('split gives a reply in two receives, also to a client that reads late', as
   await sim.connections(); // one more exchange: what is sent without waiting has been sent
   request.resume();
   assert.equal(await request.read(8), REPLY);
-  assert.deepEqual(request.chunks.slice(before).map((chunk) => chunk.length), [3, 5]);
+  assert.deepEqual(
+    request.chunks.slice(before).map((chunk) => chunk.length),
+    [3, 5],
+  );
 });
 
 test('trickle gives one byte at a time', async (t) => {
@@ -93,8 +96,15 @@ test('clearFaults empties the table', async (t) => {
 });
 
 const REQUESTS = {
-  path: '3', login: '9operator\0secret\0', file: '4none\r\n\r\n', tagids: 'L\0\0x\0', connect: 'b\0\0', read: 'H\0\0',
-  write: WRITE, unadvise: 'd\0\0\0\0', alarms: 'n',
+  path: '3',
+  login: '9operator\0secret\0',
+  file: '4none\r\n\r\n',
+  tagids: 'L\0\0x\0',
+  connect: 'b\0\0',
+  read: 'H\0\0',
+  write: WRITE,
+  unadvise: 'd\0\0\0\0',
+  alarms: 'n',
 };
 
 for (const [step, request] of Object.entries(REQUESTS)) {
@@ -131,7 +141,10 @@ test('a letter or bytes in place of the second reply are scrambled as the reply 
 test('a connection can be refused as soon as it is made', async (t) => {
   const sim = await simulate(t, { faults: [{ step: 'accept', action: 'refuse', count: 1 }] });
   // The reset may come before the connection is known to stand, or after.
-  const outcome = await Peer.open(sim.port).then((peer) => peer.readToEnd().then(() => peer.error), (error) => error.code);
+  const outcome = await Peer.open(sim.port).then(
+    (peer) => peer.readToEnd().then(() => peer.error),
+    (error) => error.code,
+  );
   assert.equal(outcome, 'ECONNRESET');
   assert.equal((await register(sim)).first, '37');
 });
@@ -157,7 +170,10 @@ test('a notification record can be split over two receives', async (t) => {
   await request.read(7);
   request.send(WRITE);
   assert.equal(await notify.read(6), '00000000' + '0500');
-  assert.deepEqual(notify.chunks.map((chunk) => chunk.length), [4, 2]);
+  assert.deepEqual(
+    notify.chunks.map((chunk) => chunk.length),
+    [4, 2],
+  );
 });
 
 test('a notification connection can be closed at its next record', async (t) => {
@@ -196,7 +212,16 @@ test('a fault that does not exist is refused with the names of those that do', a
   const { sim } = await faulty(t);
   const code = 'ERR_SIMULATOR_OPTION';
   const message = (text) => ({ code, message: new RegExp(text) });
-  await assert.rejects(sim.setFault({ step: 'raed', action: 'close' }), message('fault.step: unknown step "raed"; expected one of accept'));
-  await assert.rejects(sim.setFault({ step: 'read', action: 'cut', bytes: -1 }), message('fault.bytes: expected a whole number'));
-  await assert.rejects(sim.setFault({ step: 'read', action: 'reply', hex: 'zz' }), message('fault.hex: expected hexadecimal bytes'));
+  await assert.rejects(
+    sim.setFault({ step: 'raed', action: 'close' }),
+    message('fault.step: unknown step "raed"; expected one of accept'),
+  );
+  await assert.rejects(
+    sim.setFault({ step: 'read', action: 'cut', bytes: -1 }),
+    message('fault.bytes: expected a whole number'),
+  );
+  await assert.rejects(
+    sim.setFault({ step: 'read', action: 'reply', hex: 'zz' }),
+    message('fault.hex: expected hexadecimal bytes'),
+  );
 });

@@ -38,7 +38,10 @@ async function expectReply(peer, expected) {
 test('a file comes with name, time and size, and its text in GB2312', async (t) => {
   const { request: peer } = await files(t);
   peer.send(request('SysCfg/a.txt', 'Hello:Yes'));
-  await expectReply(peer, 'Exist:Yes\r\nFileName:a.txt\r\nFileTime:65E6C2F9\r\nSize:A\r\nHello:Yes\r\n\r\nplant \xcb\xae\r\n');
+  await expectReply(
+    peer,
+    'Exist:Yes\r\nFileName:a.txt\r\nFileTime:65E6C2F9\r\nSize:A\r\nHello:Yes\r\n\r\nplant \xcb\xae\r\n',
+  );
 });
 
 test('without an offer of Hello none is announced', async (t) => {

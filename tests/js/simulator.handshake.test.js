@@ -3,7 +3,17 @@
 
 const test = require('node:test');
 const assert = require('node:assert');
-const { Peer, scrambled, plainOf, identifier, extendedBody, secondBody, register, login, hex } = require('./support/TinyClient');
+const {
+  Peer,
+  scrambled,
+  plainOf,
+  identifier,
+  extendedBody,
+  secondBody,
+  register,
+  login,
+  hex,
+} = require('./support/TinyClient');
 const { simulate, smallPlant } = require('./support/simulated');
 
 test('the first registration is answered with a bare 7', async (t) => {
@@ -51,7 +61,11 @@ test('registrations are recorded with their bytes and their plain bodies', async
   assert.equal(second.connection, 'notification');
   assert.equal(second.hex, `38${scrambled(secondBody(ident)).toString('hex')}`);
   assert.deepEqual(second.fields, {
-    body: secondBody(ident).toString('hex'), id: ident.toString('hex'), hostName: 'tester', flag: 1, last: 1,
+    body: secondBody(ident).toString('hex'),
+    id: ident.toString('hex'),
+    hostName: 'tester',
+    flag: 1,
+    last: 1,
   });
 });
 

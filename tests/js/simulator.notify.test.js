@@ -25,7 +25,10 @@ async function connect(client, request, replyBytes) {
 }
 
 test('a write comes back to every client that connected the tag and to no other', async (t) => {
-  const { sim, list: [writer, follower, other] } = await clients(t, {}, 3);
+  const {
+    sim,
+    list: [writer, follower, other],
+  } = await clients(t, {}, 3);
   await connect(writer, CONNECT_WORD, 7);
   await connect(follower, CONNECT_WORD, 7);
   await connect(other, CONNECT_TEXT, 8);
@@ -63,7 +66,10 @@ test('unadvise stops one tag; the id has the driver in its high half', async (t)
 });
 
 test('changes made right behind a connect wait until its reply has been read', async (t) => {
-  const { sim, list: [one, other] } = await clients(t, {}, 2);
+  const {
+    sim,
+    list: [one, other],
+  } = await clients(t, {}, 2);
   await connect(other, CONNECT_WORD, 7);
   one.request.stall();
   one.request.send(CONNECT_WORD);
@@ -88,7 +94,11 @@ test('the next request shows that the reply of a connect was taken', async (t) =
 });
 
 test('values without bytes are never notified', async (t) => {
-  const tags = [{ name: 'nil', type: 'null' }, { name: 'list', type: 'array', value: [] }, { name: 'n', type: 'uint8' }];
+  const tags = [
+    { name: 'nil', type: 'null' },
+    { name: 'list', type: 'array', value: [] },
+    { name: 'n', type: 'uint8' },
+  ];
   const { sim, one } = await clients(t, { project: { name: 'P', drivers: [{ name: 'D', tags }] } });
   await connect(one, hex('62 0300 0000 0000 00 0000 0100 00 0000 0200 00'), 3 + 2 + 4 + 3);
   await sim.set('D', 'nil', 1);
@@ -100,11 +110,17 @@ test('values without bytes are never notified', async (t) => {
 test('a moving tag changes at the given rate and only its followers hear of it', async (t) => {
   const tags = [{ name: 'n', type: 'uint32', range: [0, 1000000], wave: { kind: 'counter', period: 0.001 } }];
   const project = { name: 'P', drivers: [{ name: 'D', tags }] };
-  const { sim, list: [follower, other] } = await clients(t, { project, rate: 50 }, 2);
+  const {
+    sim,
+    list: [follower, other],
+  } = await clients(t, { project, rate: 50 }, 2);
   await connect(follower, CONNECT_WORD, 9);
   const numbers = [];
   for (let i = 0; i < 10; i++) numbers.push(hex(await follower.notify.read(8)).readUInt32LE(4));
-  assert.deepEqual([...numbers].sort((a, b) => a - b), numbers);
+  assert.deepEqual(
+    [...numbers].sort((a, b) => a - b),
+    numbers,
+  );
   assert.equal(new Set(numbers).size, 10);
   assert.equal(other.notify.bytes.length, 0);
   await sim.set('D', 'n', 77); // stops the waveform
@@ -120,7 +136,10 @@ test('with a block size every write is one whole block, filled with records that
   assert.equal(walk(block.subarray(6)).skipped, 250);
   await sim.set('A', 'word', 5);
   assert.equal(walk(hex(await one.notify.read(256))).records.length, 1);
-  assert.deepEqual(one.notify.chunks.map((chunk) => chunk.length % 256), one.notify.chunks.map(() => 0));
+  assert.deepEqual(
+    one.notify.chunks.map((chunk) => chunk.length % 256),
+    one.notify.chunks.map(() => 0),
+  );
 });
 
 // Lengths of the records that carry nothing, by their command.
@@ -152,7 +171,10 @@ for (const notifyBlock of [256, 512, 1024, 2048]) {
       const { records } = walk(hex(await one.notify.read(notifyBlock)), 12);
       seen.push(...records.map((record) => [record.readUInt16LE(2), record.readDoubleLE(4)]));
     }
-    assert.deepEqual(seen, Array.from({ length: 500 }, (_, i) => [i, i]));
+    assert.deepEqual(
+      seen,
+      Array.from({ length: 500 }, (_, i) => [i, i]),
+    );
   });
 }
 
@@ -170,11 +192,17 @@ test('bare records wait until the client has read the ones before, and so do raw
   await sim.connections();
   one.notify.resume();
   assert.equal(await one.notify.read(15), WORD_IS_5 + '00000000' + '0600' + 'ffffff');
-  assert.deepEqual(one.notify.chunks.map((chunk) => chunk.length), [6, 6, 3]);
+  assert.deepEqual(
+    one.notify.chunks.map((chunk) => chunk.length),
+    [6, 6, 3],
+  );
 });
 
 test('raw bytes go out as they are, to all clients or to one', async (t) => {
-  const { sim, list: [first, second] } = await clients(t, {}, 2);
+  const {
+    sim,
+    list: [first, second],
+  } = await clients(t, {}, 2);
   await sim.notifyRaw('ff ff 00 41');
   assert.equal(await first.notify.read(4), 'ffff0041');
   assert.equal(await second.notify.read(4), 'ffff0041');
@@ -190,7 +218,10 @@ test('a client without its notification connection is not told, and its end forg
   one.notify.close();
   await sim.waitFor('close', { kind: 'notification' });
   await sim.set('A', 'word', 5);
-  assert.deepEqual((await sim.connections()).map(({ kind, advised }) => [kind, advised]), [['request', 0]]);
+  assert.deepEqual(
+    (await sim.connections()).map(({ kind, advised }) => [kind, advised]),
+    [['request', 0]],
+  );
   one.request.close();
   await sim.waitFor('close', { kind: 'request' });
   assert.deepEqual(await sim.connections(), []);

@@ -10,7 +10,10 @@ const { loadProject } = require('../../simulator/project');
 const { login } = require('./support/TinyClient');
 const { smallPlant, tempDir, command } = require('./support/simulated');
 
-const tag = (fields) => ({ name: 'P', drivers: [{ name: 'A' }, { name: 'B', tags: [{ name: 'x', type: 'int16', ...fields }] }] });
+const tag = (fields) => ({
+  name: 'P',
+  drivers: [{ name: 'A' }, { name: 'B', tags: [{ name: 'x', type: 'int16', ...fields }] }],
+});
 const file = (fields) => ({ name: 'P', files: [{ name: 'f', text: '', ...fields }] });
 const TAG = 'drivers[1].tags[0]';
 
@@ -21,12 +24,21 @@ const BAD_PROJECTS = [
   [{ name: 'a\u{1F600}' }, ': name: "a\u{1F600}" has a character that GB2312 lacks'],
   [{ name: 'ñ' }, ': name: "ñ" has a character that GB2312 lacks'],
   [{ name: 'x'.repeat(128) }, ': name: 128 bytes of GB2312 are too many; at most 127'],
-  [{ name: 'P', time: 'soon' }, ': time: expected a date such as "2024-03-05T07:08:09Z" or seconds since 1970, found "soon"'],
+  [
+    { name: 'P', time: 'soon' },
+    ': time: expected a date such as "2024-03-05T07:08:09Z" or seconds since 1970, found "soon"',
+  ],
   [{ name: 'P', path: ['', '', '', '', ''] }, ': path: at most four texts'],
   [{ name: 'P', users: {} }, ': users: expected a list, found {}'],
   [{ name: 'P', users: [{ name: 'x'.repeat(36) }] }, ': users[0].name: 36 bytes of UTF-8 are too many; at most 35'],
-  [{ name: 'P', users: [{ name: 'x', rights: -1 }] }, ': users[0].rights: expected a whole number from 0 to 4294967295, found -1'],
-  [{ name: 'P', drivers: [{ name: 'A', id: 65535 }] }, ': drivers[0].id: expected a whole number from 0 to 65534, found 65535'],
+  [
+    { name: 'P', users: [{ name: 'x', rights: -1 }] },
+    ': users[0].rights: expected a whole number from 0 to 4294967295, found -1',
+  ],
+  [
+    { name: 'P', drivers: [{ name: 'A', id: 65535 }] },
+    ': drivers[0].id: expected a whole number from 0 to 65534, found 65535',
+  ],
   [{ name: 'P', drivers: [{ name: 'A' }, { name: 'A' }] }, ': drivers[1].name: "A" stands already at drivers[0]'],
   [{ name: 'P', drivers: [{ name: 'A', id: 1 }, { name: 'B' }] }, ': drivers[1].id: 1 stands already at drivers[0]'],
   [tag({ type: 'flaot' }), `: ${TAG}.type: unknown type "flaot"; expected one of empty, null, int16, int32, float,`],
@@ -49,7 +61,10 @@ const BAD_PROJECTS = [
   [tag({ wave: { kind: 'steps' } }), `: ${TAG}.wave.steps: expected a list, found nothing`],
   [tag({ type: 'string', wave: { kind: 'sine' } }), `: ${TAG}.wave.kind: "sine" needs a number or a bool`],
   [tag({ wave: { kind: 'sine', period: 0 } }), `: ${TAG}.wave.period: expected a number from 0.001 to`],
-  [tag({ wave: { kind: 'follow', tag: 'y' } }), ': drivers[1].tags: "x" follows "y", which is no number of this driver'],
+  [
+    tag({ wave: { kind: 'follow', tag: 'y' } }),
+    ': drivers[1].tags: "x" follows "y", which is no number of this driver',
+  ],
   [tag({ alarms: [{ text: 'a' }] }), `: ${TAG}.alarms[0]: expected exactly one of above, below`],
   [tag({ alarms: [{ above: 1 }] }), `: ${TAG}.alarms[0].text: expected a text, found nothing`],
   [tag({ access: 'w' }), `: ${TAG}.access: unknown access "w"; expected one of r, rw`],
@@ -59,17 +74,23 @@ const BAD_PROJECTS = [
   [file({ text: undefined, path: '/nowhere' }), ': files[0].path: "/nowhere" cannot be read: ENOENT'],
   [file({ encoding: 'latin1' }), ': files[0].encoding: unknown encoding "latin1"; expected one of gb2312, utf-8'],
   [{ name: 'P', alarms: { texts: ['a\nb'] } }, ': alarms.texts[0]: a line cannot hold a line end'],
-  [{ name: 'P', alarms: { texts: ['x'.repeat(256)] } }, ': alarms.texts[0]: 256 bytes of GB2312 are too many; at most 255'],
+  [
+    { name: 'P', alarms: { texts: ['x'.repeat(256)] } },
+    ': alarms.texts[0]: 256 bytes of GB2312 are too many; at most 255',
+  ],
 ];
 
 for (const [project, message] of BAD_PROJECTS) {
   test(`a project is refused with "${message.slice(2, 90)}"`, () => {
-    assert.throws(() => loadProject(project), (error) => {
-      assert.equal(error.code, 'ERR_SIMULATOR_OPTION');
-      assert.equal(error.message.slice(0, 7 + message.length), `project${message}`);
-      assert.equal(error.message.includes('\n'), false);
-      return true;
-    });
+    assert.throws(
+      () => loadProject(project),
+      (error) => {
+        assert.equal(error.code, 'ERR_SIMULATOR_OPTION');
+        assert.equal(error.message.slice(0, 7 + message.length), `project${message}`);
+        assert.equal(error.message.includes('\n'), false);
+        return true;
+      },
+    );
   });
 }
 
@@ -99,11 +120,26 @@ test('a project file may begin with a byte order mark', (t) => {
 
 test('startSimulator rejects with the line that the command prints', async () => {
   const code = 'ERR_SIMULATOR_OPTION';
-  await assert.rejects(startSimulator({ prot: 1 }), { code, message: /^options: prot: unknown field; expected one of project,/ });
-  await assert.rejects(startSimulator({ port: 65536 }), { code, message: 'options: port: expected a whole number from 0 to 65535, found 65536' });
-  await assert.rejects(startSimulator({ ack: { 58: 1 } }), { code, message: 'options: ack.58: expected an offset from 0 to 57' });
-  await assert.rejects(startSimulator({ project: tag({ type: 'flaot' }) }), { code, message: /^project: drivers\[1\]\.tags\[0\]\.type: unknown type "flaot"/ });
-  await assert.rejects(startSimulator({ relay: { devices: { a: 'b' } } }), { code, message: /^options: relay\.devices\.a: expected true, HOST:PORT/ });
+  await assert.rejects(startSimulator({ prot: 1 }), {
+    code,
+    message: /^options: prot: unknown field; expected one of project,/,
+  });
+  await assert.rejects(startSimulator({ port: 65536 }), {
+    code,
+    message: 'options: port: expected a whole number from 0 to 65535, found 65536',
+  });
+  await assert.rejects(startSimulator({ ack: { 58: 1 } }), {
+    code,
+    message: 'options: ack.58: expected an offset from 0 to 57',
+  });
+  await assert.rejects(startSimulator({ project: tag({ type: 'flaot' }) }), {
+    code,
+    message: /^project: drivers\[1\]\.tags\[0\]\.type: unknown type "flaot"/,
+  });
+  await assert.rejects(startSimulator({ relay: { devices: { a: 'b' } } }), {
+    code,
+    message: /^options: relay\.devices\.a: expected true, HOST:PORT/,
+  });
 });
 
 const BAD_COMMANDS = [
@@ -148,7 +184,10 @@ test('a field of a project file is named with the file', async (t) => {
   fs.writeFileSync(name, JSON.stringify(tag({ type: 'flaot' })));
   const run = command(t, ['--project', name]);
   assert.equal((await run.exit).code, 2);
-  assert.match(run.stderr, new RegExp(`^${name}: drivers\\[1\\]\\.tags\\[0\\]\\.type: unknown type "flaot"; expected one of [^\\n]*\\n$`));
+  assert.match(
+    run.stderr,
+    new RegExp(`^${name}: drivers\\[1\\]\\.tags\\[0\\]\\.type: unknown type "flaot"; expected one of [^\\n]*\\n$`),
+  );
 });
 
 test('the command prints one line of JSON when it is ready, serves, and ends with 0 on SIGTERM and SIGINT', async (t) => {
@@ -158,8 +197,12 @@ test('the command prints one line of JSON when it is ready, serves, and ends wit
     const ready = JSON.parse(run.stdout);
     assert.equal(run.stdout.split('\n').length, 2);
     assert.deepEqual(ready, {
-      host: '127.0.0.1', port: ready.port, address: `127.0.0.1:${ready.port}`,
-      relay: { host: '127.0.0.1', port: ready.relay.port, devices: ['boiler'] }, project: 'Demo plant', pid: run.child.pid,
+      host: '127.0.0.1',
+      port: ready.port,
+      address: `127.0.0.1:${ready.port}`,
+      relay: { host: '127.0.0.1', port: ready.relay.port, devices: ['boiler'] },
+      project: 'Demo plant',
+      pid: run.child.pid,
     });
     const client = await login(ready.relay, 'operator', 'secret', 'boiler');
     assert.equal(client.rights, '390000000008000000');
@@ -189,7 +232,15 @@ test('the demo plant loads, moves, and has every type that JavaScript sees', () 
   const { drivers, users } = loadProject(path.join(__dirname, '../../simulator/demo-plant.json'));
   const codes = new Set(drivers.flatMap((driver) => driver.tags.map((one) => one.code)));
   for (const code of [2, 3, 4, 5, 8, 11, 16, 17, 18, 19, 22, 23]) assert.ok(codes.has(code), `type ${code}`);
-  assert.ok(drivers.some((driver) => /[一-龥]/.test(driver.name) && driver.tags.some((one) => /[一-龥]/.test(one.name))));
+  assert.ok(
+    drivers.some((driver) => /[一-龥]/.test(driver.name) && driver.tags.some((one) => /[一-龥]/.test(one.name))),
+  );
   assert.ok(drivers.some((driver) => driver.tags.some((one) => one.wave && one.limits.length > 0)));
-  assert.deepEqual(users.map(({ name, rights }) => [name, rights]), [['operator', 8], ['viewer', 0]]);
+  assert.deepEqual(
+    users.map(({ name, rights }) => [name, rights]),
+    [
+      ['operator', 8],
+      ['viewer', 0],
+    ],
+  );
 });

@@ -60,10 +60,12 @@ for (const [name, bytes] of Object.entries(HOSTILE)) {
 /** Bytes that look random and are the same in every run. */
 function noise(length, seed) {
   let state = seed;
-  return Buffer.from(Uint8Array.from({ length }, () => {
-    state = (Math.imul(state, 1103515245) + 12345) >>> 0;
-    return state >>> 16;
-  }));
+  return Buffer.from(
+    Uint8Array.from({ length }, () => {
+      state = (Math.imul(state, 1103515245) + 12345) >>> 0;
+      return state >>> 16;
+    }),
+  );
 }
 
 test('noise behind every command byte does no harm', async (t) => {
@@ -77,7 +79,9 @@ test('noise behind every command byte does no harm', async (t) => {
     }
   }
   await stillServes(sim);
-  const unexpected = (await sim.events({ event: 'error' })).filter(({ message }) => /undefined|not a function|of null/.test(message));
+  const unexpected = (await sim.events({ event: 'error' })).filter(({ message }) =>
+    /undefined|not a function|of null/.test(message),
+  );
   assert.deepEqual(unexpected, []);
 });
 
@@ -102,15 +106,24 @@ test('the record keeps the newest entries only', async (t) => {
   await client.request.read(60);
   const events = await sim.events();
   assert.equal(events.length, 5);
-  assert.deepEqual(events.map(({ seq }) => seq - events[0].seq), [0, 1, 2, 3, 4]);
+  assert.deepEqual(
+    events.map(({ seq }) => seq - events[0].seq),
+    [0, 1, 2, 3, 4],
+  );
   client.close();
 });
 
 test('clearRequests empties the record; requests are in order and can be chosen', async (t) => {
   const sim = await simulate(t);
   const client = await login(sim);
-  assert.deepEqual((await sim.requests()).map(({ command }) => command), ['7', '8', '9']);
-  assert.deepEqual((await sim.requests({ connection: 'notification' })).map(({ command }) => command), ['8']);
+  assert.deepEqual(
+    (await sim.requests()).map(({ command }) => command),
+    ['7', '8', '9'],
+  );
+  assert.deepEqual(
+    (await sim.requests({ connection: 'notification' })).map(({ command }) => command),
+    ['8'],
+  );
   await sim.clearRequests();
   assert.deepEqual(await sim.requests(), []);
   client.close();
@@ -125,7 +138,9 @@ test('waitFor takes what has happened, waits for what has not, and gives up', as
   const { seq, hex: bytes } = await coming;
   assert.equal(bytes, '6e');
   await assert.rejects(sim.waitFor('request', { command: 'n' }, { since: seq, timeout: 50 }), /within 50 ms/);
-  await assert.rejects(sim.waitFor('request', { command: 'H' }, 50), { message: 'no request {"command":"H"} within 50 ms' });
+  await assert.rejects(sim.waitFor('request', { command: 'H' }, 50), {
+    message: 'no request {"command":"H"} within 50 ms',
+  });
 });
 
 test('commands with mistakes are rejected and do no harm', async (t) => {
@@ -133,7 +148,10 @@ test('commands with mistakes are rejected and do no harm', async (t) => {
   await assert.rejects(sim.set('B', 'word', 1), { message: 'no driver "B"' });
   await assert.rejects(sim.get('A', 'none'), { message: 'no tag "none" in driver "A"' });
   await assert.rejects(sim.notifyRaw('xy'), { message: 'notifyRaw: expected a Buffer or hexadecimal text' });
-  await assert.rejects(sim.configure({ port: 1 }), { code: 'ERR_SIMULATOR_OPTION', message: /^options: port: unknown field/ });
+  await assert.rejects(sim.configure({ port: 1 }), {
+    code: 'ERR_SIMULATOR_OPTION',
+    message: /^options: port: unknown field/,
+  });
   await stillServes(sim);
 });
 
@@ -153,9 +171,10 @@ const PARENT = `
 `;
 
 /** Runs a program that starts a simulator and ends without closing it; gives the simulator's process id. */
-const startAndLeave = (how) => new Promise((resolve) => {
-  execFile(process.execPath, ['-e', PARENT, how], { timeout: 20000 }, (error, stdout) => resolve(Number(stdout)));
-});
+const startAndLeave = (how) =>
+  new Promise((resolve) => {
+    execFile(process.execPath, ['-e', PARENT, how], { timeout: 20000 }, (error, stdout) => resolve(Number(stdout)));
+  });
 
 async function untilGone(pid) {
   for (const deadline = Date.now() + 5000; Date.now() < deadline;) {
@@ -186,7 +205,10 @@ test('10,000 tags are resolved, connected, written and followed', async (t) => {
     const ids = Array.from({ length: 500 }, (_, i) => from + i);
     request.send('L', ...ids.flatMap((id) => [[0, 0], Buffer.from(`T${String(id).padStart(5, '0')}\0`)]));
     const reply = hex(await request.read(1 + 4 * 500));
-    assert.deepEqual(ids.map((id, i) => reply.readUInt16LE(1 + 4 * i)), ids);
+    assert.deepEqual(
+      ids.map((id, i) => reply.readUInt16LE(1 + 4 * i)),
+      ids,
+    );
     request.send('b', word(500), ...ids.map((id) => Buffer.concat([word(0), word(id), word(0).subarray(1)])));
     await request.read(500 * 6 + 3 * 3);
   }

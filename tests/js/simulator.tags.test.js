@@ -22,7 +22,14 @@ test('a single name gives a five-byte reply that begins with L and the id', asyn
 
 test('a batch gives four bytes a name, 65535 for unknown names, tags of other drivers and unknown drivers', async (t) => {
   const { request } = await client(t);
-  const batch = [[0, 'text'], [0, 'nope'], [7, 'word'], [3, 'word'], [0, 'Word'], [0, 'word']];
+  const batch = [
+    [0, 'text'],
+    [0, 'nope'],
+    [7, 'word'],
+    [3, 'word'],
+    [0, 'Word'],
+    [0, 'word'],
+  ];
   const entries = batch.flatMap(([driver, name]) => [[driver, 0], `${name}\0`]);
   request.send('L', ...entries.map((part) => Buffer.from(part)));
   assert.equal(await request.read(25), '4c0100' + '0000' + 'ffff0000'.repeat(4) + '00000000');
@@ -84,15 +91,38 @@ test('a connect reply has chunks of b, length and values', async (t) => {
 });
 
 const EVERY_TYPE = [
-  ['empty', undefined, '0000'], ['null', undefined, '0100'], ['int16', -2, '0200feff'], ['int32', -2, '0300feffffff'],
-  ['float', 1.5, '04000000c03f'], ['double', -1, '0500000000000000f0bf'], ['currency', undefined, '0600'],
-  ['date', '1970-01-01T12:00:00', '070000000000' + '60f8d840'], ['string', '水', '0800e6b0b400'],
-  ['dispatch', undefined, '0900'], ['error', undefined, '0a00'], ['bool', true, '0b0001'],
-  ['variant', undefined, '0c00'], ['unknown', undefined, '0d00'], ['decimal', undefined, '0e00'],
-  ['reserved', undefined, '0f00'], ['int8', -1, '1000ff'], ['uint8', 255, '1100ff'], ['uint16', 65535, '1200ffff'],
-  ['uint32', 4294967295, '1300ffffffff'], ['int64', '-2', '1400feffffffffffffff'], ['uint64', undefined, '1500'],
-  ['int', -2147483648, '160000000080'], ['uint', 1, '170001000000'],
-  ['array', [{ type: 'int16', value: 1 }, { type: 'string', value: 'x' }], '00200200' + '02000100' + '08007800'],
+  ['empty', undefined, '0000'],
+  ['null', undefined, '0100'],
+  ['int16', -2, '0200feff'],
+  ['int32', -2, '0300feffffff'],
+  ['float', 1.5, '04000000c03f'],
+  ['double', -1, '0500000000000000f0bf'],
+  ['currency', undefined, '0600'],
+  ['date', '1970-01-01T12:00:00', '070000000000' + '60f8d840'],
+  ['string', '水', '0800e6b0b400'],
+  ['dispatch', undefined, '0900'],
+  ['error', undefined, '0a00'],
+  ['bool', true, '0b0001'],
+  ['variant', undefined, '0c00'],
+  ['unknown', undefined, '0d00'],
+  ['decimal', undefined, '0e00'],
+  ['reserved', undefined, '0f00'],
+  ['int8', -1, '1000ff'],
+  ['uint8', 255, '1100ff'],
+  ['uint16', 65535, '1200ffff'],
+  ['uint32', 4294967295, '1300ffffffff'],
+  ['int64', '-2', '1400feffffffffffffff'],
+  ['uint64', undefined, '1500'],
+  ['int', -2147483648, '160000000080'],
+  ['uint', 1, '170001000000'],
+  [
+    'array',
+    [
+      { type: 'int16', value: 1 },
+      { type: 'string', value: 'x' },
+    ],
+    '00200200' + '02000100' + '08007800',
+  ],
 ];
 
 for (const [type, value, bytes] of EVERY_TYPE) {
@@ -109,7 +139,8 @@ test('a write is stored, recorded and read back', async (t) => {
   request.send('g', hex('0200  0000 0200 0500 000000000000f03f  0000 0100 0800'), '水\0');
   await sim.waitFor('write', { tag: 'text' });
   assert.deepEqual((await sim.requests({ command: 'g' }))[0].fields.writes, [
-    { driver: 0, tag: 2, type: 5, value: 1 }, { driver: 0, tag: 1, type: 8, value: '水' },
+    { driver: 0, tag: 2, type: 5, value: 1 },
+    { driver: 0, tag: 1, type: 8, value: '水' },
   ]);
   assert.equal(await sim.get('A', 'real'), 1);
   assert.equal(await sim.get('A', 'text'), '水');
@@ -175,7 +206,10 @@ test('requests that arrive together are answered one after the other', async (t)
 });
 
 test('tags with a count are numbered and have ids in order', async (t) => {
-  const project = { name: 'P', drivers: [{ name: 'D', tags: [{ name: 'T{00}', type: 'uint8', count: 3, start: 9, value: 4 }] }] };
+  const project = {
+    name: 'P',
+    drivers: [{ name: 'D', tags: [{ name: 'T{00}', type: 'uint8', count: 3, start: 9, value: 4 }] }],
+  };
   const { request } = await client(t, { project });
   request.send('L', hex('0000'), 'T09\0', hex('0000'), 'T11\0', hex('0000'), 'T12\0');
   assert.equal(await request.read(13), '4c' + '00000000' + '02000000' + 'ffff0000');

@@ -73,14 +73,17 @@ test('of 600 tags the first 519 are connected, the rest by the next call', async
   const driver = await openDriver(sim, 'Many');
   const list = SHORT.join();
   driver.ConnectTag(list);
-  const expected = (from, to) => (
-    hex('b', u16(to - from), ...Array.from({ length: to - from }, (_, i) => entry(2, from + i))));
+  const expected = (from, to) =>
+    hex('b', u16(to - from), ...Array.from({ length: to - from }, (_, i) => entry(2, from + i)));
   assert.deepEqual(await sent(sim, 'b'), [expected(0, 519)]);
   await sim.clearRequests();
   driver.ConnectTag(list);
   assert.deepEqual(await sent(sim), [expected(519, 600)]);
   await sim.clearRequests();
-  assert.deepEqual(driver.GetTagValue(list), SHORT.map((_, i) => i));
+  assert.deepEqual(
+    driver.GetTagValue(list),
+    SHORT.map((_, i) => i),
+  );
   assert.deepEqual(await sent(sim), []);
 });
 
@@ -119,7 +122,10 @@ test('a value that runs past its chunk is not taken', async () => {
   assert.equal(driver.GetTagValue('A'), 1);
   assert.deepEqual(await sent(sim), []);
   assert.equal(driver.GetTagValue('B'), 7);
-  assert.deepEqual((await sim.requests()).map(({ command }) => command), ['H']);
+  assert.deepEqual(
+    (await sim.requests()).map(({ command }) => command),
+    ['H'],
+  );
 });
 
 test('chunks without values without end connect nothing', async () => {

@@ -15,9 +15,12 @@ const sim = sharedServer({
       {
         name: 'D0',
         tags: [
-          { name: 'A', type: 'int32', value: 10 }, { name: 'B', type: 'int32', value: 11 },
-          { name: 'C', type: 'int32', value: 12 }, { name: 'D', type: 'int32', value: 13 },
-          { name: 'two words', type: 'int32', value: 14 }, LONG,
+          { name: 'A', type: 'int32', value: 10 },
+          { name: 'B', type: 'int32', value: 11 },
+          { name: 'C', type: 'int32', value: 12 },
+          { name: 'D', type: 'int32', value: 13 },
+          { name: 'two words', type: 'int32', value: 14 },
+          LONG,
         ],
       },
       { name: 'D7', id: 7, tags: [{ name: 'A', type: 'int32', value: 70 }] },
@@ -92,9 +95,7 @@ test('a list that mixes known and new names gives the known ones first, the new 
   driver.GetTagValue('C');
   await sim.clearRequests();
   assert.deepEqual(driver.GetTagValue('A,C,B'), [12, 10, 11]); // C was known
-  assert.deepEqual(await sent(sim), [
-    batch(0, ['A', 'B']), hex('H', [3, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 1, 0]),
-  ]);
+  assert.deepEqual(await sent(sim), [batch(0, ['A', 'B']), hex('H', [3, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 1, 0])]);
   assert.deepEqual(driver.GetTagValue('A,C,B'), [10, 12, 11]); // all are known now
 });
 
@@ -111,7 +112,13 @@ test('a write to a mixed list takes its values in the same order', async (t) => 
   driver.GetTagValue('C');
   assert.equal(driver.SetTagValue('A,C', [1, 2]), 0);
   const writes = [await sim.waitFor('write'), await sim.waitFor('write', {}, { count: 2 })];
-  assert.deepEqual(writes.map(({ tag, value }) => [tag, value]), [['C', 1], ['A', 2]]);
+  assert.deepEqual(
+    writes.map(({ tag, value }) => [tag, value]),
+    [
+      ['C', 1],
+      ['A', 2],
+    ],
+  );
 });
 
 test('fields without a name give unset entries only where the list has blanks', async () => {
@@ -161,9 +168,15 @@ test('the requests of a long list are answered in order', async () => {
   const driver = await openDriver(sim);
   const values = driver.GetTagValue(LONG_NAMES.slice(0, 10).join());
   assert.deepEqual(values, new Array(10).fill(5));
-  assert.deepEqual(await ids(), [0, 3, 6, 9].map((at) => batch(0, LONG_NAMES.slice(at, Math.min(at + 3, 10)))));
+  assert.deepEqual(
+    await ids(),
+    [0, 3, 6, 9].map((at) => batch(0, LONG_NAMES.slice(at, Math.min(at + 3, 10)))),
+  );
   const [{ fields }] = await sim.requests({ command: 'H' });
-  assert.deepEqual(fields.tags.map(({ tag }) => tag), [5, 6, 7, 8, 9, 10, 11, 12, 13, 14]);
+  assert.deepEqual(
+    fields.tags.map(({ tag }) => tag),
+    [5, 6, 7, 8, 9, 10, 11, 12, 13, 14],
+  );
 });
 
 test('a known name between two requests stands where the first one has been answered', async () => {
@@ -208,11 +221,18 @@ for (const method of ['ConnectTag', 'GetTagValue', 'SetTagValue']) {
     const driver = await openDriver(sim);
     await sim.setFault({ step: 'tagids', action: 'letter', letter: 'x' });
     assert.equal(driver[method]('A', 1), method === 'SetTagValue' ? -2 : undefined);
-    assert.deepEqual((await sim.requests()).map(({ command }) => command), ['L']);
+    assert.deepEqual(
+      (await sim.requests()).map(({ command }) => command),
+      ['L'],
+    );
   });
 }
 
-for (const [action, name] of [['close', 'ends'], ['reset', 'is reset'], ['cut', 'ends after one byte']]) {
+for (const [action, name] of [
+  ['close', 'ends'],
+  ['reset', 'is reset'],
+  ['cut', 'ends after one byte'],
+]) {
   test(`a connection that ${name} while names are asked for fails the call, not the process`, async () => {
     const driver = await openDriver(sim);
     await sim.setFault({ step: 'tagids', action });

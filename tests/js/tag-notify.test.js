@@ -11,7 +11,10 @@ const tags = ['A', 'B', 'C'].map((name) => ({ name, type: 'int32', value: 0 }));
 const sim = sharedServer({
   project: {
     name: 'Changes',
-    drivers: [{ name: 'D0', tags }, { name: 'D1', tags: [...tags, { name: 'S', type: 'string', value: '' }] }],
+    drivers: [
+      { name: 'D0', tags },
+      { name: 'D1', tags: [...tags, { name: 'S', type: 'string', value: '' }] },
+    ],
   },
 });
 
@@ -48,8 +51,14 @@ test('the callback is called with driver name, tag name and value, and with the 
 
 test('SetTagNotify gives undefined', async () => {
   const driver = await openDriver(sim);
-  assert.equal(driver.SetTagNotify(() => {}), undefined);
-  assert.equal(driver.SetTagNotify(() => {}), undefined);
+  assert.equal(
+    driver.SetTagNotify(() => {}),
+    undefined,
+  );
+  assert.equal(
+    driver.SetTagNotify(() => {}),
+    undefined,
+  );
 });
 
 test('a second callback is ignored: the first one stays', async (t) => {
@@ -57,7 +66,10 @@ test('a second callback is ignored: the first one stays', async (t) => {
   driver.SetTagNotify(mustNotCall(t));
   await sim.set('D0', 'A', 6);
   await sim.set('D0', 'A', 7);
-  assert.deepEqual((await log.until(2)).map(([, , value]) => value), [6, 7]);
+  assert.deepEqual(
+    (await log.until(2)).map(([, , value]) => value),
+    [6, 7],
+  );
 });
 
 test('a second callback through another object of the same driver is ignored, too', async (t) => {
@@ -116,7 +128,10 @@ test('all changes of a tag come, in order', async () => {
   const { log } = await follower();
   const values = Array.from({ length: 500 }, (_, i) => 1000 + i);
   for (const value of values) sim.set('D0', 'A', value);
-  assert.deepEqual((await log.until(500)).map(([, , value]) => value), values);
+  assert.deepEqual(
+    (await log.until(500)).map(([, , value]) => value),
+    values,
+  );
 });
 
 test('a change before SetTagNotify is in the value that is read', async () => {
@@ -146,12 +161,18 @@ test('a callback may read, write and connect', async (t) => {
   const driver = await openDriver(sim);
   driver.ConnectTag('A');
   const seen = new Promise((resolve) => {
-    driver.SetTagNotify(mustCall(t, (name, tag, value) => {
-      if (tag === 'B') return resolve(value);
-      driver.ConnectTag('B');
-      assert.equal(driver.GetTagValue('A'), value);
-      return assert.equal(driver.SetTagValue('B', value + 1), 0);
-    }, 2));
+    driver.SetTagNotify(
+      mustCall(
+        t,
+        (name, tag, value) => {
+          if (tag === 'B') return resolve(value);
+          driver.ConnectTag('B');
+          assert.equal(driver.GetTagValue('A'), value);
+          return assert.equal(driver.SetTagValue('B', value + 1), 0);
+        },
+        2,
+      ),
+    );
   });
   await sim.set('D0', 'A', 20);
   assert.equal(await within(seen, 'the change of B'), 21);
@@ -186,7 +207,10 @@ test('a record of a tag that was read, not connected, is told of', async () => {
   const { driver, log } = await follower('A');
   driver.GetTagValue('C');
   await sim.notifyRaw(record(0, 2, 30) + record(0, 0, 31));
-  assert.deepEqual(await log.until(2), [['D0', 'C', 30], ['D0', 'A', 31]]);
+  assert.deepEqual(await log.until(2), [
+    ['D0', 'C', 30],
+    ['D0', 'A', 31],
+  ]);
 });
 
 test('a record of a tag id at or above the number of tags drops the rest of its receive', async () => {
@@ -230,7 +254,17 @@ test('a string that fills a receive of 2048 bytes is told', async () => {
 });
 
 // Core records and their lengths. 1 and 3 are alarms, which nobody has subscribed to here.
-const LENGTHS = new Map([[1, 35], [2, 7], [3, 35], [4, 43], [5, 7], [6, 20], [7, 7], [8, 5], [255, 3]]);
+const LENGTHS = new Map([
+  [1, 35],
+  [2, 7],
+  [3, 35],
+  [4, 43],
+  [5, 7],
+  [6, 20],
+  [7, 7],
+  [8, 5],
+  [255, 3],
+]);
 for (const command of [9, 14, 15, 22, 16, 17, 18, 19, 20, 21]) LENGTHS.set(command, 8); // an empty text from 16 to 21
 for (const command of [10, 11, 12, 13]) LENGTHS.set(command, 15);
 
@@ -253,7 +287,8 @@ for (const command of [0, 23, 100, 254]) {
 }
 
 for (const [what, event] of [
-  ['of a driver beyond the last', [2, 0, 0, 0]], ['of a tag beyond the last', [0, 0, 3, 0]],
+  ['of a driver beyond the last', [2, 0, 0, 0]],
+  ['of a tag beyond the last', [0, 0, 3, 0]],
   ['of a driver that nobody has asked for', [1, 0, 0, 0]],
 ]) {
   test(`a tag event ${what} drops the rest of its receive`, async () => {
@@ -274,6 +309,9 @@ test('notifications in blocks of any size are told', async (t) => {
     const { log } = await follower('A,B,C');
     for (let i = 0; i < 300; i++) sim.set('D0', 'ABC'[i % 3], notifyBlock + i);
     const told = (await log.until(300)).map(([, , value]) => value);
-    assert.deepEqual(told, Array.from({ length: 300 }, (_, i) => notifyBlock + i));
+    assert.deepEqual(
+      told,
+      Array.from({ length: 300 }, (_, i) => notifyBlock + i),
+    );
   }
 });

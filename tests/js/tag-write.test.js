@@ -11,12 +11,20 @@ const tag = (name, type, value) => ({ name, type, value });
 const sim = sharedServer({
   project: {
     name: 'Writes',
-    users: [{ name: 'operator', password: 'secret', rights: 8 }, { name: 'viewer', password: '', rights: 7 }],
+    users: [
+      { name: 'operator', password: 'secret', rights: 8 },
+      { name: 'viewer', password: '', rights: 7 },
+    ],
     drivers: [
       {
         name: 'D0',
-        tags: [tag('A', 'double', 1.5), tag('B', 'double', 7), tag('S', 'string', ''), tag('D', 'bool', false),
-          tag('I', 'int32', 1)],
+        tags: [
+          tag('A', 'double', 1.5),
+          tag('B', 'double', 7),
+          tag('S', 'string', ''),
+          tag('D', 'bool', false),
+          tag('I', 'int32', 1),
+        ],
       },
       { name: 'D3', id: 3, tags: [tag('X', 'double', 0), tag('Y', 'double', 0)] },
     ],
@@ -56,7 +64,20 @@ test('driver number and tag id are those of the written tag', async () => {
 });
 
 const NUMBERS = [
-  0, -0, 1, -1, 0.1, 2 ** 53, -(2 ** 31), 4294967295, 1e300, 5e-324, Number.MAX_VALUE, Infinity, -Infinity, NaN,
+  0,
+  -0,
+  1,
+  -1,
+  0.1,
+  2 ** 53,
+  -(2 ** 31),
+  4294967295,
+  1e300,
+  5e-324,
+  Number.MAX_VALUE,
+  Infinity,
+  -Infinity,
+  NaN,
 ];
 for (const value of NUMBERS) {
   test(`the number ${Object.is(value, -0) ? '-0' : value} goes out as a double of its own`, async () => {
@@ -117,8 +138,20 @@ test('a string with a zero inside ends there, and nothing of it follows', async 
 });
 
 const UNWRITABLE = [
-  null, undefined, {}, [], [1], Symbol('s'), 10n, () => {}, new Date(), /x/, new Number(1), new String('s'),
-  new Boolean(true), Buffer.from('b'),
+  null,
+  undefined,
+  {},
+  [],
+  [1],
+  Symbol('s'),
+  10n,
+  () => {},
+  new Date(),
+  /x/,
+  new Number(1),
+  new String('s'),
+  new Boolean(true),
+  Buffer.from('b'),
 ];
 for (const value of UNWRITABLE) {
   const name = value === null ? 'null' : `${typeof value} ${Object.prototype.toString.call(value)}`;
@@ -238,7 +271,7 @@ test('a number and a boolean beyond 2048 bytes give -3, too', async () => {
   assert.equal((await sim.waitFor('request', { command: 'g' })).hex.length / 2, 2048);
 });
 
-test('a write leaves the driver\'s own values as they are: the new one comes back as a change', async () => {
+test("a write leaves the driver's own values as they are: the new one comes back as a change", async () => {
   const driver = await writer();
   const log = callLog();
   driver.SetTagNotify(log);
@@ -272,7 +305,11 @@ test('a write on a connection that has ended gives -2', async () => {
 test('an array whose element throws when it is read gives -3 and throws', async () => {
   const driver = await writer();
   const values = [1, 2];
-  Object.defineProperty(values, 1, { get() { throw new RangeError('no value'); } });
+  Object.defineProperty(values, 1, {
+    get() {
+      throw new RangeError('no value');
+    },
+  });
   assert.throws(() => driver.SetTagValue('A,B', values), { name: 'RangeError', message: 'no value' });
   driver.GetTagValue('A');
   assert.deepEqual(await sent(sim, 'g'), []);

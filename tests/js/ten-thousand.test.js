@@ -48,7 +48,10 @@ test('ten thousand tags are read, followed and written', async () => {
   drivers.forEach((driver) => driver.SetTagNotify(log));
 
   const first = drivers.map((driver) => lists().flatMap((list) => driver.GetTagValue(list.join())));
-  assert.deepEqual(first, DRIVERS.map(() => new Array(COUNT).fill(-1)));
+  assert.deepEqual(
+    first,
+    DRIVERS.map(() => new Array(COUNT).fill(-1)),
+  );
   assert.equal(sum(await requested('L')), 2 * COUNT);
   assert.deepEqual(await idsOf('H'), everyId);
 
@@ -72,7 +75,10 @@ test('ten thousand tags are read, followed and written', async () => {
 
   await sim.clearRequests();
   const last = drivers.map((driver) => lists().flatMap((list) => driver.GetTagValue(list.join())));
-  assert.deepEqual(last, DRIVERS.map((_, number) => NAMES.map((_name, i) => written(number, i))));
+  assert.deepEqual(
+    last,
+    DRIVERS.map((_, number) => NAMES.map((_name, i) => written(number, i))),
+  );
   assert.deepEqual(await sim.requests(), [], 'connected tags are read without a request');
   assert.equal(log.calls.length, 2 * COUNT, 'nothing is told twice');
 });

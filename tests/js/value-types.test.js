@@ -47,9 +47,20 @@ const VALUES = [
 
 // Types whose values have no bytes.
 const BARE = [
-  [0, 'empty'], [1, 'null'], [6, 'currency'], [9, 'dispatch'], [10, 'error'], [12, 'variant'], [13, 'unknown'],
-  [14, 'decimal'], [15, 'unassigned'], [21, 'uint64'], [24, 'beyond the last'], [0x1fff, 'not known'],
-  [0x2001, 'an array of another kind'], [0xffff, 'the highest code'],
+  [0, 'empty'],
+  [1, 'null'],
+  [6, 'currency'],
+  [9, 'dispatch'],
+  [10, 'error'],
+  [12, 'variant'],
+  [13, 'unknown'],
+  [14, 'decimal'],
+  [15, 'unassigned'],
+  [21, 'uint64'],
+  [24, 'beyond the last'],
+  [0x1fff, 'not known'],
+  [0x2001, 'an array of another kind'],
+  [0xffff, 'the highest code'],
 ];
 
 const typed = (type, bytes) => Buffer.concat([u16(type), Buffer.from(bytes)]);
@@ -65,7 +76,10 @@ const reply = (command, ...values) => {
 async function answering(command, ...values) {
   const driver = await openDriver(sim);
   await sim.setFault({
-    step: command === 'H' ? 'read' : 'connect', action: 'reply', hex: reply(command, ...values), count: 1,
+    step: command === 'H' ? 'read' : 'connect',
+    action: 'reply',
+    hex: reply(command, ...values),
+    count: 1,
   });
   return driver;
 }
@@ -92,7 +106,10 @@ for (const [type, name, bytes, expected] of VALUES) {
     driver.SetTagNotify(log);
     driver.ConnectTag('A,B');
     await sim.notifyRaw(hex([0, 0, 0, 0], bytes, [0, 0, 1, 0, 43, 0, 0, 0]));
-    assert.deepEqual(await log.until(2), [['D0', 'A', expected], ['D0', 'B', 43]]);
+    assert.deepEqual(await log.until(2), [
+      ['D0', 'A', expected],
+      ['D0', 'B', 43],
+    ]);
     assert.deepEqual(driver.GetTagValue('A,B'), [expected, 43]);
   });
 }

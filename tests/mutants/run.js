@@ -35,8 +35,9 @@ function options() {
 
 function select(changes, only) {
   for (const name of only) {
-    if (!changes.some(({ folder, id }) => folder === name || id === name))
-      {throw new BadList(`--only ${name}: no such change`);}
+    if (!changes.some(({ folder, id }) => folder === name || id === name)) {
+      throw new BadList(`--only ${name}: no such change`);
+    }
   }
   return only.length === 0 ? changes : changes.filter(({ folder, id }) => only.includes(folder) || only.includes(id));
 }

@@ -245,8 +245,7 @@ TEST(DirectHandshake, ANullOrEmptyAddressFails) {
   const ConnectLog log(fake);
   Attempt attempt;
   EXPECT_EQ(kHandshakeFailed, attempt.Connect(""));
-  EXPECT_EQ(kHandshakeFailed,
-            attempt.session.ConnectDB(nullptr, attempt.project, attempt.second, attempt.ack, true));
+  EXPECT_EQ(kHandshakeFailed, attempt.session.ConnectDB(nullptr, attempt.project, attempt.second, attempt.ack, true));
 }
 
 TEST(DirectHandshake, AtPort3968SendsTheExtendedBody) {

@@ -21,8 +21,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const std::set<std::string> kTree = {"3DWnd",  "CtmGph", "DBDrv",  "ExtData",       "Media",         "RecData",
-                                     "Report", "ScnDrv", "SysCfg", "Window",        "RecData/Event", "RecData/Alarm2"};
+const std::set<std::string> kTree = {"3DWnd",  "CtmGph", "DBDrv",  "ExtData", "Media",         "RecData",
+                                     "Report", "ScnDrv", "SysCfg", "Window",  "RecData/Event", "RecData/Alarm2"};
 
 // The relative names of everything below a directory.
 std::set<std::string> Below(const std::string& dir) {
@@ -251,8 +251,8 @@ TEST(ProjectPathRequest, AReplyOfFourTextsSetsTheFourStrings) {
 TEST(ProjectPathRequest, EveryCutOfAReplyLeavesTheMissingTextsEmpty) {
   const std::string whole = FromHex("33 61 62 00 63 00 64 00 65 00");
   const std::vector<std::vector<std::string>> texts = {
-      {"", "", "", ""},     {"a", "", "", ""},    {"ab", "", "", ""},    {"ab", "", "", ""},   {"ab", "c", "", ""},
-      {"ab", "c", "", ""},  {"ab", "c", "d", ""}, {"ab", "c", "d", ""},  {"ab", "c", "d", "e"}, {"ab", "c", "d", "e"},
+      {"", "", "", ""},    {"a", "", "", ""},    {"ab", "", "", ""},   {"ab", "", "", ""},    {"ab", "c", "", ""},
+      {"ab", "c", "", ""}, {"ab", "c", "d", ""}, {"ab", "c", "d", ""}, {"ab", "c", "d", "e"}, {"ab", "c", "d", "e"},
   };
   for (size_t len = 1; len <= whole.size(); ++len) {
     ScriptedPeer peer;

@@ -74,24 +74,33 @@ napi_value FakeNapi::Array(const std::vector<napi_value>& elements) {
 }
 napi_value FakeNapi::Function(Body body) { return Make({Value::kFunction, 0, {}, {}, std::move(body)}); }
 napi_value FakeNapi::Global() { return global_; }
-napi_value FakeNapi::ThrowingElement(const std::string& message) {
-  return Result(*this, Value::kThrowing, 0, message);
-}
+napi_value FakeNapi::ThrowingElement(const std::string& message) { return Result(*this, Value::kThrowing, 0, message); }
 
 std::string FakeNapi::Show(napi_value value) {
   if (value == nullptr) return "nothing";
   switch (value->kind) {
-    case Value::kUndefined: return "undefined";
-    case Value::kNull: return "null";
-    case Value::kBoolean: return value->number != 0 ? "true" : "false";
-    case Value::kNumber: return ShowNumber(value->number);
-    case Value::kText: return "'" + value->text + "'";
-    case Value::kObject: return "object";
-    case Value::kArray: return "[" + ShowList(value->elements) + "]";
-    case Value::kDate: return "Date(" + ShowNumber(value->number) + ")";
-    case Value::kFunction: return "function";
-    case Value::kError: return "Error(" + value->text + ")";
-    default: return "?";
+    case Value::kUndefined:
+      return "undefined";
+    case Value::kNull:
+      return "null";
+    case Value::kBoolean:
+      return value->number != 0 ? "true" : "false";
+    case Value::kNumber:
+      return ShowNumber(value->number);
+    case Value::kText:
+      return "'" + value->text + "'";
+    case Value::kObject:
+      return "object";
+    case Value::kArray:
+      return "[" + ShowList(value->elements) + "]";
+    case Value::kDate:
+      return "Date(" + ShowNumber(value->number) + ")";
+    case Value::kFunction:
+      return "function";
+    case Value::kError:
+      return "Error(" + value->text + ")";
+    default:
+      return "?";
   }
 }
 
@@ -209,11 +218,11 @@ void FakeNapi::EndEnvironment() {
 
 // --- the stubs
 
-#define ENTER(name)                                                \
-  FakeNapi& js = *env->js;                                         \
+#define ENTER(name)        \
+  FakeNapi& js = *env->js; \
   if (const napi_status entered = js.Enter(#name); entered != napi_ok) return entered
-#define ENTER_UNLESS_PENDING(name)                                 \
-  FakeNapi& js = *env->js;                                         \
+#define ENTER_UNLESS_PENDING(name) \
+  FakeNapi& js = *env->js;         \
   if (const napi_status entered = js.Enter(#name, true); entered != napi_ok) return entered
 
 napi_status napi_get_last_error_info(napi_env env, const napi_extended_error_info** result) {
@@ -332,13 +341,27 @@ napi_status napi_get_array_length(napi_env env, napi_value value, uint32_t* resu
 napi_status napi_typeof(napi_env env, napi_value value, napi_valuetype* result) {
   ENTER(napi_typeof);
   switch (value->kind) {
-    case Value::kUndefined: *result = napi_undefined; break;
-    case Value::kNull: *result = napi_null; break;
-    case Value::kBoolean: *result = napi_boolean; break;
-    case Value::kNumber: *result = napi_number; break;
-    case Value::kText: *result = napi_string; break;
-    case Value::kFunction: *result = napi_function; break;
-    default: *result = napi_object; break;
+    case Value::kUndefined:
+      *result = napi_undefined;
+      break;
+    case Value::kNull:
+      *result = napi_null;
+      break;
+    case Value::kBoolean:
+      *result = napi_boolean;
+      break;
+    case Value::kNumber:
+      *result = napi_number;
+      break;
+    case Value::kText:
+      *result = napi_string;
+      break;
+    case Value::kFunction:
+      *result = napi_function;
+      break;
+    default:
+      *result = napi_object;
+      break;
   }
   return napi_ok;
 }
@@ -366,8 +389,8 @@ napi_status napi_get_value_string_utf8(napi_env env, napi_value value, char* buf
   return napi_ok;
 }
 
-napi_status napi_call_function(napi_env env, napi_value self, napi_value function, size_t count,
-                               const napi_value* args, napi_value* result) {
+napi_status napi_call_function(napi_env env, napi_value self, napi_value function, size_t count, const napi_value* args,
+                               napi_value* result) {
   ENTER_UNLESS_PENDING(napi_call_function);
   if (function == nullptr || function->kind != Value::kFunction) return js.Done(napi_invalid_arg, "Invalid argument");
   const size_t before = js.calls.size();
@@ -423,7 +446,8 @@ napi_status napi_call_threadsafe_function(napi_threadsafe_function func, void* d
   return napi_ok;
 }
 
-napi_status napi_release_threadsafe_function(napi_threadsafe_function func, napi_threadsafe_function_release_mode mode) {
+napi_status napi_release_threadsafe_function(napi_threadsafe_function func,
+                                             napi_threadsafe_function_release_mode mode) {
   FakeNapi& js = *func->owner;
   const std::lock_guard<std::mutex> lock(js.mutex_);
   if (func->threads == 0) {

@@ -36,11 +36,11 @@ struct napi_threadsafe_function__ {
   std::deque<void*> queue;
   size_t threads = 0;
   bool closing = false;
-  int released = 0;   // releases with napi_tsfn_release
-  int order = 0;      // which of all releases of functions the last one was, from 1
-  int aborted = 0;    // and with napi_tsfn_abort
-  int blocking = 0;   // calls that would have been allowed to wait
-  int refused = 0;    // calls answered with napi_closing or an injected failure
+  int released = 0;  // releases with napi_tsfn_release
+  int order = 0;     // which of all releases of functions the last one was, from 1
+  int aborted = 0;   // and with napi_tsfn_abort
+  int blocking = 0;  // calls that would have been allowed to wait
+  int refused = 0;   // calls answered with napi_closing or an injected failure
 };
 
 class FakeNapi {
@@ -80,8 +80,8 @@ class FakeNapi {
   // --- exceptions
   void Throw(const std::string& message);
   bool Pending() const { return pending_ != nullptr; }
-  std::string TakeException();         // message of the pending exception, which goes; empty without one
-  std::vector<std::string> uncaught;   // handed to napi_fatal_exception
+  std::string TakeException();        // message of the pending exception, which goes; empty without one
+  std::vector<std::string> uncaught;  // handed to napi_fatal_exception
 
   // Lets the call number skip + 1 of a function fail, once. message null: there is no error message.
   void Fail(const std::string& function, const char* message = "Injected failure", int skip = 0,
@@ -93,12 +93,12 @@ class FakeNapi {
   // --- thread-safe functions
   size_t Functions() const;
   napi_threadsafe_function__ FunctionAt(size_t index) const;  // its present state
-  size_t Queued() const;                                   // messages waiting, all functions together
-  size_t QueuedEver() const;                               // messages accepted since the beginning
-  bool WaitQueuedEver(size_t count);                       // until that many have been accepted; bounded
-  size_t Drain();                                          // delivers what waits at its beginning; returns how many
-  void CloseFunctions();                                   // further calls are answered with napi_closing
-  void EndEnvironment();                                   // as CloseFunctions; queued messages go without environment
+  size_t Queued() const;                                      // messages waiting, all functions together
+  size_t QueuedEver() const;                                  // messages accepted since the beginning
+  bool WaitQueuedEver(size_t count);                          // until that many have been accepted; bounded
+  size_t Drain();                                             // delivers what waits at its beginning; returns how many
+  void CloseFunctions();                                      // further calls are answered with napi_closing
+  void EndEnvironment();  // as CloseFunctions; queued messages go without environment
 
   // --- for the napi_... functions
   napi_status Enter(const char* function, bool needsNoException = false);
@@ -133,5 +133,4 @@ class FakeNapi {
   std::vector<Failure> failures_;
   std::string failureText_;
   std::thread::id thread_ = std::this_thread::get_id();
-  bool ended_ = false;
 };

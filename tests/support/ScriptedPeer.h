@@ -225,8 +225,8 @@ class ScriptedPeer {
     try {
       for (; number < steps_.size(); ++number) steps_[number].run();
     } catch (const std::exception& e) {
-      problem_ = "peer " + Address() + ", step " + std::to_string(number) + " (" + steps_[number].name + "): " +
-                 e.what();
+      problem_ =
+          "peer " + Address() + ", step " + std::to_string(number) + " (" + steps_[number].name + "): " + e.what();
       for (size_t i = 0; i < Connections(); ++i) CloseNow(i);
     }
   }
@@ -298,8 +298,8 @@ class ScriptedPeer {
   int cancel_[2] = {-1, -1};
   std::vector<NamedStep> steps_;
   size_t current_ = 0;
-  std::string problem_;        // written by the peer's thread, read behind the join
-  mutable std::mutex mutex_;   // guards connections_ between the two threads
+  std::string problem_;       // written by the peer's thread, read behind the join
+  mutable std::mutex mutex_;  // guards connections_ between the two threads
   std::vector<Connection> connections_;
   std::thread thread_;
 };

@@ -18,9 +18,7 @@ struct Encoding {
   std::string bytes;
 };
 
-std::string TypeWord(uint16_t type) {
-  return {static_cast<char>(type & 0xff), static_cast<char>(type >> 8)};
-}
+std::string TypeWord(uint16_t type) { return {static_cast<char>(type & 0xff), static_cast<char>(type >> 8)}; }
 
 std::vector<Encoding> Encodings() {
   std::vector<Encoding> rows = {
@@ -178,7 +176,11 @@ TEST(XVariantCodecTest, Type21ConsumesItsTypeWordAndKeepsNoValue) {
 }
 
 TEST(XVariantCodecTest, AnArrayConsumesItsTypeWordOnly) {
-  const std::string array = "\x00\x20" "\x02\x00" "\x03\x00\x01\x00\x00\x00" "\x03\x00\x02\x00\x00\x00"s;
+  const std::string array =
+      "\x00\x20"
+      "\x02\x00"
+      "\x03\x00\x01\x00\x00\x00"
+      "\x03\x00\x02\x00\x00\x00"s;
   XVariant v = Text("old");
   EXPECT_EQ(2u, v.FromBuffer(array.data(), true));
   EXPECT_EQ(0x200C, v.vt);

@@ -40,9 +40,9 @@ class XVariantConvertTest : public testing::Test {
 
 struct TextRow {
   XVariant value;
-  const char* text;         // precision -1
-  const char* oneDecimal;   // precision 1
-  const char* noDecimals;   // precision 0
+  const char* text;        // precision -1
+  const char* oneDecimal;  // precision 1
+  const char* noDecimals;  // precision 0
 };
 
 TEST_F(XVariantConvertTest, IntegersPrintInFull) {
@@ -121,7 +121,7 @@ TEST_F(XVariantConvertTest, EveryOtherTypeHasNoText) {
 }
 
 TEST_F(XVariantConvertTest, FloatsPrintByPrecisionFromMinusOneToEleven) {
-  const char* expected[] = {"2.5",     "3",        "2.5",       "2.50",       "2.500",       "2.5000", "2.50000",
+  const char* expected[] = {"2.5",      "3",         "2.5",        "2.50",        "2.500",        "2.5000", "2.50000",
                             "2.500000", "2.5000000", "2.50000000", "2.500000000", "2.5000000000", "2.5"};
   for (int precision = -1; precision <= 11; ++precision) {
     EXPECT_EQ(expected[precision + 1], Str(Double(2.5), precision)) << precision;
@@ -174,10 +174,18 @@ TEST_F(XVariantConvertTest, ZerosAndTheSmallestNumbersPrintAsTheCLibraryHasThem)
 
 TEST_F(XVariantConvertTest, PrecisionZeroRoundsHalfAwayFromZero) {
   const std::pair<double, const char*> rows[] = {
-      {2.5, "3"},          {-2.5, "-3"},      {3.5, "4"},
-      {2.4, "2"},          {-2.4, "-2"},      {0.5, "1"},
-      {-0.5, "-1"},        {0.0, "0"},        {-0.0, "0"},
-      {0.25, "0"},         {-0.25, "0"},      {2147483647.0, "2147483647"},
+      {2.5, "3"},
+      {-2.5, "-3"},
+      {3.5, "4"},
+      {2.4, "2"},
+      {-2.4, "-2"},
+      {0.5, "1"},
+      {-0.5, "-1"},
+      {0.0, "0"},
+      {-0.0, "0"},
+      {0.25, "0"},
+      {-0.25, "0"},
+      {2147483647.0, "2147483647"},
       {-2147483648.0, "-2147483648"},
   };
   for (const auto& [value, text] : rows) {
@@ -187,9 +195,17 @@ TEST_F(XVariantConvertTest, PrecisionZeroRoundsHalfAwayFromZero) {
 
 TEST_F(XVariantConvertTest, PrecisionZeroCutsWhatIsOutOfRangeTo32Bits) {
   const std::pair<double, const char*> rows[] = {
-      {2147483647.5, "-2147483648"}, {4294967296.0, "0"},  {4294967301.0, "5"},  {-4294967301.0, "-5"},
-      {1e18, "-1486618624"},         {kTwo63, "0"},        {-kTwo63, "0"},       {1e300, "0"},
-      {kInfinity, "0"},              {-kInfinity, "0"},    {kNan, "0"},
+      {2147483647.5, "-2147483648"},
+      {4294967296.0, "0"},
+      {4294967301.0, "5"},
+      {-4294967301.0, "-5"},
+      {1e18, "-1486618624"},
+      {kTwo63, "0"},
+      {-kTwo63, "0"},
+      {1e300, "0"},
+      {kInfinity, "0"},
+      {-kInfinity, "0"},
+      {kNan, "0"},
   };
   for (const auto& [value, text] : rows) EXPECT_EQ(text, Str(Double(value), 0)) << value;
 }
@@ -412,8 +428,8 @@ TEST_F(XVariantConvertTest, AColourTextExchangesRedAndBlue) {
       {"#FF0000", 255, 255},
       {"#112233", 0x332211, 0x332211},
       {"#0000ff", 0xff0000, 0xff0000},
-      {"#AA112233", 0x332211, 0x332211},      // the highest byte is dropped
-      {"#99AA112233", 0x332211, 0x332211},    // and what is above 32 bits
+      {"#AA112233", 0x332211, 0x332211},           // the highest byte is dropped
+      {"#99AA112233", 0x332211, 0x332211},         // and what is above 32 bits
       {"#11223344556677889", 0xffffff, 0xffffff},  // beyond 64 bits: all ones
       {"#0x112233", 0x332211, 0x332211},
       {"#-1", 0xffffff, 0xffffff},
@@ -434,9 +450,9 @@ TEST_F(XVariantConvertTest, AColourTextExchangesRedAndBlue) {
 
 TEST_F(XVariantConvertTest, TextIsReadAsAFloat) {
   const std::pair<const char*, double> rows[] = {
-      {"1.5", 1.5},   {"-1.5e3xyz", -1500.0}, {"abc", 0.0},     {"", 0.0},           {".5", 0.5},
-      {"  2", 2.0},   {"0x10", 16.0},         {"#FF0000", 0.0}, {"inf", kInfinity},  {"-infinity", -kInfinity},
-      {"1,5", 1.0},   {"1e999", kInfinity},
+      {"1.5", 1.5}, {"-1.5e3xyz", -1500.0}, {"abc", 0.0},     {"", 0.0},          {".5", 0.5},
+      {"  2", 2.0}, {"0x10", 16.0},         {"#FF0000", 0.0}, {"inf", kInfinity}, {"-infinity", -kInfinity},
+      {"1,5", 1.0}, {"1e999", kInfinity},
   };
   for (const auto& [text, value] : rows) {
     EXPECT_EQ(value, Text(text).ToDouble()) << text;
@@ -659,8 +675,19 @@ struct ChangeRow {
 };
 
 const ChangeRow kChanges[] = {
-    {2, 3},  {18, 3}, {3, 3},  {19, 3}, {22, 3}, {23, 3}, {16, 3}, {17, 3}, {11, 1}, {20, 3},
-    {4, 0x40700000}, {5, 0x400e000000000000}, {7, 0x400e000000000000},
+    {2, 3},
+    {18, 3},
+    {3, 3},
+    {19, 3},
+    {22, 3},
+    {23, 3},
+    {16, 3},
+    {17, 3},
+    {11, 1},
+    {20, 3},
+    {4, 0x40700000},
+    {5, 0x400e000000000000},
+    {7, 0x400e000000000000},
 };
 
 TEST_F(XVariantConvertTest, ChangeTypeConvertsInPlace) {
@@ -685,9 +712,9 @@ TEST_F(XVariantConvertTest, ChangeTypeTakesTheValueOfASource) {
 }
 
 TEST_F(XVariantConvertTest, ChangeTypeCutsIntegersToTheTargetsWidth) {
-  const std::pair<uint16_t, int64_t> rows[] = {{2, 0xfffe},      {18, 0xfffe},     {3, 0xfffffffe}, {19, 0xfffffffe},
-                                               {22, 0xfffffffe}, {23, 0xfffffffe}, {16, 0xfe},      {17, 0xfe},
-                                               {11, 1}};
+  const std::pair<uint16_t, int64_t> rows[] = {{2, 0xfffe},      {18, 0xfffe},     {3, 0xfffffffe},
+                                               {19, 0xfffffffe}, {22, 0xfffffffe}, {23, 0xfffffffe},
+                                               {16, 0xfe},       {17, 0xfe},       {11, 1}};
   for (const auto& [target, bytes] : rows) {
     XVariant v = Int64(-2);
     EXPECT_EQ(0, v.ChangeType(target));
@@ -704,8 +731,9 @@ TEST_F(XVariantConvertTest, ChangeTypeCutsIntegersToTheTargetsWidth) {
 
 TEST_F(XVariantConvertTest, ChangeTypeToAStringPrintsTheShortForm) {
   const std::pair<XVariant, const char*> rows[] = {
-      {Float(1.5f), "1.5"}, {Double(1e10), "1e+10"},   {Int16(-7), "-7"},       {Byte(VT_BOOL, 1), "1"},
-      {XVariant(), ""},     {Date(45325.0), "2024-02-03 00:00:00"}, {Bare(VT_CY, 5), ""},
+      {Float(1.5f), "1.5"},    {Double(1e10), "1e+10"}, {Int16(-7), "-7"},
+      {Byte(VT_BOOL, 1), "1"}, {XVariant(), ""},        {Date(45325.0), "2024-02-03 00:00:00"},
+      {Bare(VT_CY, 5), ""},
   };
   for (const auto& [source, text] : rows) {
     XVariant v(source);
@@ -717,7 +745,7 @@ TEST_F(XVariantConvertTest, ChangeTypeToAStringPrintsTheShortForm) {
 
 TEST_F(XVariantConvertTest, ChangeTypeToAStringTakesTheTextOfASourceAsACopy) {
   XVariant source = Text("a b"), v = Int32(5), unowned = Int32(5), none = Int32(5), number = Int32(5);
-  const XVariant noString = Bare(VT_BSTR), empty, seven = Float(7.25f);
+  const XVariant noString = Bare(VT_BSTR), empty{}, seven = Float(7.25f);
   EXPECT_EQ(0, v.ChangeType(VT_BSTR, &source));
   ASSERT_EQ(VT_BSTR, v.vt);
   EXPECT_NE(source.str, v.str);
@@ -762,13 +790,37 @@ int64_t ConvertedBytes(const XVariant& v, uint16_t type) {
 
 TEST_F(XVariantConvertTest, ChangeTypeGivesWhatTheConversionsGiveFromEveryTypeToEveryType) {
   const XVariant sources[] = {
-      Int16(kMin16),        Uint16(65535),   Int32(kMin32),          Int32(kMax32, VT_INT), Uint32(kMaxU32),
-      Uint32(0x80000000u, VT_UINT),          Int64(kMin64),          Int64(0x1122334455667788),
-      Float(-2.75f),        Float(3e9f),     Float(kFloatMax),       Double(4294967301.5),  Double(1e300),
-      Double(-kInfinity),   Double(0.5),     Date(45325.75),         Date(-1.5),            Byte(VT_BOOL, 5),
-      Byte(VT_I1, 0x80),    Byte(VT_UI1, 255), Text("2024-02-03 12"), Text("-1.5e3"),       Text("#112233"),
-      Text("4294967301"),   Text("nonsense"), Text(""),              Bare(VT_BSTR),         XVariant(),
-      Bare(VT_NULL),        Bare(VT_UI8, 5), Bare(0x200C, 5),
+      Int16(kMin16),
+      Uint16(65535),
+      Int32(kMin32),
+      Int32(kMax32, VT_INT),
+      Uint32(kMaxU32),
+      Uint32(0x80000000u, VT_UINT),
+      Int64(kMin64),
+      Int64(0x1122334455667788),
+      Float(-2.75f),
+      Float(3e9f),
+      Float(kFloatMax),
+      Double(4294967301.5),
+      Double(1e300),
+      Double(-kInfinity),
+      Double(0.5),
+      Date(45325.75),
+      Date(-1.5),
+      Byte(VT_BOOL, 5),
+      Byte(VT_I1, 0x80),
+      Byte(VT_UI1, 255),
+      Text("2024-02-03 12"),
+      Text("-1.5e3"),
+      Text("#112233"),
+      Text("4294967301"),
+      Text("nonsense"),
+      Text(""),
+      Bare(VT_BSTR),
+      XVariant(),
+      Bare(VT_NULL),
+      Bare(VT_UI8, 5),
+      Bare(0x200C, 5),
   };
   for (const XVariant& source : sources) {
     for (const ChangeRow& row : kChanges) {

@@ -25,11 +25,11 @@ struct SizeRow {
 
 TEST(XVariantSizeTest, EveryCodeHasItsSizes) {
   const SizeRow rows[] = {
-      {0, 0, 0, 1},   {1, 0, 0, 1},   {2, 2, 18, 1},  {3, 4, 36, 2},      {4, 4, 36, 2},      {5, 8, 72, 4},
-      {6, 0, 0, 1},   {7, 8, 0, 1},   {8, 0, 0, 1},   {9, 0, 0, 1},       {10, 0, 0, 1},      {11, 1, 2, 1},
-      {12, 0, 0, 1},  {13, 0, 0, 1},  {14, 0, 0, 1},  {15, 0, 0, 1},      {16, 1, 9, 1},      {17, 1, 9, 1},
-      {18, 2, 18, 1}, {19, 4, 36, 2}, {20, 8, 72, 4}, {21, 0, 0, 1},      {22, 4, 36, 2},     {23, 4, 36, 2},
-      {24, 0, 0, 1},  {25, 0, 0, 1},  {64, 0, 0, 1},  {0x2000, 0, 0, 1},  {0x200C, 0, 0, 1},  {0xffff, 0, 0, 1},
+      {0, 0, 0, 1},   {1, 0, 0, 1},   {2, 2, 18, 1},  {3, 4, 36, 2},     {4, 4, 36, 2},     {5, 8, 72, 4},
+      {6, 0, 0, 1},   {7, 8, 0, 1},   {8, 0, 0, 1},   {9, 0, 0, 1},      {10, 0, 0, 1},     {11, 1, 2, 1},
+      {12, 0, 0, 1},  {13, 0, 0, 1},  {14, 0, 0, 1},  {15, 0, 0, 1},     {16, 1, 9, 1},     {17, 1, 9, 1},
+      {18, 2, 18, 1}, {19, 4, 36, 2}, {20, 8, 72, 4}, {21, 0, 0, 1},     {22, 4, 36, 2},    {23, 4, 36, 2},
+      {24, 0, 0, 1},  {25, 0, 0, 1},  {64, 0, 0, 1},  {0x2000, 0, 0, 1}, {0x200C, 0, 0, 1}, {0xffff, 0, 0, 1},
   };
   for (const SizeRow& row : rows) {
     EXPECT_EQ(row.size, XVariant::GetVTSize(row.type)) << row.type;
@@ -112,15 +112,33 @@ struct CopyRow {
 };
 
 const CopyRow kCopies[] = {
-    {2, 0x7788, 0x7788},         {18, 0x7788, 0x7788},         {3, 0x55667788, 0x55667788},
-    {4, 0x55667788, 0x55667788}, {19, 0x55667788, 0x55667788}, {22, 0x55667788, 0x55667788},
-    {23, 0x55667788, 0x55667788}, {11, 0x88, 0x88},            {16, 0x88, 0x88},
-    {17, 0x88, 0x88},            {5, kAllBytes, kAllBytes},    {7, kAllBytes, kAllBytes},
-    {20, kAllBytes, kAllBytes},  {0, kAllBytes, 0},            {1, kAllBytes, 0},
-    {6, kAllBytes, 0},           {9, kAllBytes, 0},            {10, kAllBytes, 0},
-    {12, kAllBytes, 0},          {13, kAllBytes, 0},           {14, kAllBytes, 0},
-    {15, kAllBytes, 0},          {21, kAllBytes, 0},           {24, kAllBytes, 0},
-    {0x2000, kAllBytes, 0},      {0x200C, kAllBytes, 0},       {0xffff, kAllBytes, 0},
+    {2, 0x7788, 0x7788},
+    {18, 0x7788, 0x7788},
+    {3, 0x55667788, 0x55667788},
+    {4, 0x55667788, 0x55667788},
+    {19, 0x55667788, 0x55667788},
+    {22, 0x55667788, 0x55667788},
+    {23, 0x55667788, 0x55667788},
+    {11, 0x88, 0x88},
+    {16, 0x88, 0x88},
+    {17, 0x88, 0x88},
+    {5, kAllBytes, kAllBytes},
+    {7, kAllBytes, kAllBytes},
+    {20, kAllBytes, kAllBytes},
+    {0, kAllBytes, 0},
+    {1, kAllBytes, 0},
+    {6, kAllBytes, 0},
+    {9, kAllBytes, 0},
+    {10, kAllBytes, 0},
+    {12, kAllBytes, 0},
+    {13, kAllBytes, 0},
+    {14, kAllBytes, 0},
+    {15, kAllBytes, 0},
+    {21, kAllBytes, 0},
+    {24, kAllBytes, 0},
+    {0x2000, kAllBytes, 0},
+    {0x200C, kAllBytes, 0},
+    {0xffff, kAllBytes, 0},
 };
 
 TEST(XVariantCopyTest, TheCopyConstructorTakesTheLiveMemberOrAllBytesOfAValuelessCode) {
@@ -185,7 +203,8 @@ TEST(XVariantCopyTest, EveryLostStringIsFreed) {
   const XVariant large = Text(std::string(1 << 20, 'x')), number = Int16(1);
   const auto inUse = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
   const auto lose = [&] {
-    XVariant destroyed(large), cleared(large), assigned(large), moved(large), set(large), decoded(large), changed(large);
+    XVariant destroyed(large), cleared(large), assigned(large), moved(large), set(large), decoded(large),
+        changed(large);
     cleared.Clear();
     assigned = number;
     moved = XVariant(large);
@@ -235,11 +254,16 @@ TEST(XVariantEqualTest, OnlyTheLiveMemberCounts) {
     int64_t same, other;
   };
   const Row rows[] = {
-      {2, 0x7fff7788, 0x7789},           {18, 0x7fff7788, 0x6788},
-      {3, 0x7fffffff55667788, 0x55667789}, {19, 0x7fffffff55667788, 0x45667788},
-      {22, 0x7fffffff55667788, 0x55667789}, {23, 0x7fffffff55667788, 0x45667788},
-      {11, 0x7f88, 0x89},                {16, 0x7f88, 0x08},
-      {17, 0x7f88, 0x89},                {20, kAllBytes, kAllBytes ^ (1LL << 62)},
+      {2, 0x7fff7788, 0x7789},
+      {18, 0x7fff7788, 0x6788},
+      {3, 0x7fffffff55667788, 0x55667789},
+      {19, 0x7fffffff55667788, 0x45667788},
+      {22, 0x7fffffff55667788, 0x55667789},
+      {23, 0x7fffffff55667788, 0x45667788},
+      {11, 0x7f88, 0x89},
+      {16, 0x7f88, 0x08},
+      {17, 0x7f88, 0x89},
+      {20, kAllBytes, kAllBytes ^ (1LL << 62)},
   };
   for (const Row& row : rows) {
     const XVariant v = Bare(row.type, kAllBytes);

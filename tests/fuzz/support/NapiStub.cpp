@@ -250,7 +250,8 @@ napi_status napi_create_threadsafe_function(napi_env, napi_value callback, napi_
   return napi_ok;
 }
 
-napi_status napi_call_threadsafe_function(napi_threadsafe_function func, void* data, napi_threadsafe_function_call_mode) {
+napi_status napi_call_threadsafe_function(napi_threadsafe_function func, void* data,
+                                          napi_threadsafe_function_call_mode) {
   const std::lock_guard<std::mutex> lock(state.mutex);
   FUZZ_CHECK(func->references > 0 && !func->closing);
   if (state.queueing == napi_closing) func->closing = true;

@@ -1,5 +1,5 @@
-// The process's directory in memory, gone with it: harnesses write files many times a second. Its name holds the process
-// id, so that whoever started a process that crashed can remove it.
+// The process's directory in memory, gone with it: harnesses write files many times a second. Its name holds the
+// process id, so that whoever started a process that crashed can remove it.
 #pragma once
 
 #include <unistd.h>

@@ -57,27 +57,34 @@ test('in an exit handler the session still answers', async () => {
 });
 
 test('process.exit() ends a process with 100,000 changes queued', async () => {
-  const { code, signal, stdout } = await run(`
+  const { code, signal, stdout } = await run(
+    `
     driver.SetTagNotify(() => print('told'));
     print('step');
     until(() => marked(77));
     process.exit(7);
-  `, manyChanges);
+  `,
+    manyChanges,
+  );
   assert.deepEqual([code, signal, stdout], [7, null, 'step\n']);
 });
 
 test('an exception ends a process with 100,000 changes queued', async () => {
-  const { code, signal, stderr } = await run(`
+  const { code, signal, stderr } = await run(
+    `
     driver.SetTagNotify(() => { throw new Error('on the first'); });
     print('step');
     until(() => marked(77));
-  `, manyChanges);
+  `,
+    manyChanges,
+  );
   assert.deepEqual([code, signal], [1, null]);
   assert.equal(stderr.match(/Error: on the first/g).length, 1);
 });
 
 test('a process with 100,000 changes queued whose server goes away tells them all and ends by itself', async () => {
-  const { code, signal, stdout } = await run(`
+  const { code, signal, stdout } = await run(
+    `
     let told = 0;
     driver.SetTagNotify(() => told++);
     process.on('beforeExit', () => print(told >= 99500 ? 'all told' : told));
@@ -85,34 +92,46 @@ test('a process with 100,000 changes queued whose server goes away tells them al
     until(() => marked(77));
     print('step');
     until(() => core.GetDriver('D0') === undefined);
-  `, manyChanges, () => sim.closeAll());
+  `,
+    manyChanges,
+    () => sim.closeAll(),
+  );
   assert.deepEqual([code, signal, stdout], [0, null, 'step\nstep\nall told\n']);
 });
 
 test('process.exit() ends a process with many alarms queued', async () => {
-  const { code, signal, stdout } = await run(`
+  const { code, signal, stdout } = await run(
+    `
     core.SetRtAlarmNotify(() => print('told'), false);
     print('step');
     until(() => marked(77));
     process.exit(8);
-  `, sendAndMark(alarmRecords(500)));
+  `,
+    sendAndMark(alarmRecords(500)),
+  );
   assert.deepEqual([code, signal, stdout], [8, null, 'step\n']);
 });
 
 test('process.exit() ends a process while changes stream in', async () => {
-  const { code, signal } = await run(`
+  const { code, signal } = await run(
+    `
     let told = 0;
     driver.SetTagNotify(() => { if (++told === 500) process.exit(9); });
     print('step');
-  `, manyChanges);
+  `,
+    manyChanges,
+  );
   assert.deepEqual([code, signal], [9, null]);
 });
 
 test('process.exit() in the callback for alarms ends the process', async () => {
-  const { code, signal } = await run(`
+  const { code, signal } = await run(
+    `
     core.SetRtAlarmNotify(() => process.exit(10), false);
     print('step');
-  `, () => sim.notifyRaw(alarmRecords(20)));
+  `,
+    () => sim.notifyRaw(alarmRecords(20)),
+  );
   assert.deepEqual([code, signal], [10, null]);
 });
 
@@ -143,30 +162,40 @@ test('a process whose server has closed ends by itself, by process.exit() and by
 });
 
 test('a process ends while its server is closing', async () => {
-  const { code, signal } = await run(`
+  const { code, signal } = await run(
+    `
     driver.SetTagNotify(() => {});
     print('step');
     driver.GetTagValue('unknown'); // asks the server, which answers with its end
     process.exit(14);
-  `, () => sim.closeAll());
+  `,
+    () => sim.closeAll(),
+  );
   assert.deepEqual([code, signal], [14, null]);
 });
 
 test('a signal ends a process inside Connect at once', async () => {
   await sim.setFault({ step: 'handshake1', action: 'hang' });
-  const running = runProgram(`
+  const running = runProgram(
+    `
     process.stdout.write(process.pid + ' step');
     new DBCore().Connect(args[0], 'operator', 'secret');
-  `, [sim.address], { onOutput: async (text) => {
-    await sim.waitFor('request', { command: '7' });
-    process.kill(parseInt(text, 10), 'SIGTERM');
-  } });
+  `,
+    [sim.address],
+    {
+      onOutput: async (text) => {
+        await sim.waitFor('request', { command: '7' });
+        process.kill(parseInt(text, 10), 'SIGTERM');
+      },
+    },
+  );
   assert.equal((await running).signal, 'SIGTERM');
 });
 
 test('process.exit() ends a process one of whose workers is inside Connect when that returns', async () => {
   await sim.setFault({ step: 'handshake1', action: 'delay', ms: 1000 });
-  const running = runProgram(`
+  const running = runProgram(
+    `
     const { Worker } = require('node:worker_threads');
     const source = "const { workerData } = require('node:worker_threads');" +
       "const { DBCore } = require(workerData.addon); new DBCore().Connect(workerData.address, 'operator', 'secret');";
@@ -174,10 +203,15 @@ test('process.exit() ends a process one of whose workers is inside Connect when 
       address: args[0] } });
     process.once('SIGUSR2', () => process.exit(15));
     process.stdout.write(process.pid + ' step');
-  `, [sim.address], { onOutput: async (text) => {
-    await sim.waitFor('request', { command: '7' });
-    process.kill(parseInt(text, 10), 'SIGUSR2');
-  } });
+  `,
+    [sim.address],
+    {
+      onOutput: async (text) => {
+        await sim.waitFor('request', { command: '7' });
+        process.kill(parseInt(text, 10), 'SIGUSR2');
+      },
+    },
+  );
   const { code, signal } = await running;
   assert.deepEqual([code, signal], [15, null]);
 });

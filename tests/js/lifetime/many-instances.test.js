@@ -34,7 +34,10 @@ async function eachHears(all, value) {
   const id = await sim.raiseAlarm({ beginTime: value });
   for (const { changes, alarms } of all) {
     assert.deepEqual((await changes.until(1)).splice(0), [['D0', 'A', value]]);
-    assert.deepEqual((await alarms.until(1)).splice(0).map(([begin]) => begin.getTime()), [value * 1000]);
+    assert.deepEqual(
+      (await alarms.until(1)).splice(0).map(([begin]) => begin.getTime()),
+      [value * 1000],
+    );
   }
   await sim.endAlarm(id);
   for (const { alarms } of all) await alarms.until(1).then((calls) => calls.splice(0));
@@ -98,7 +101,16 @@ test('Connect again and again with every result: only the last session stands', 
   const core = newCore();
   const connectTo = (address, user = 'operator') => core.Connect(address, user, 'secret');
   await sim.setFault({ step: 'login', action: 'refuse', skip: 1, count: 1 });
-  assert.deepEqual([connectTo(sim.address), connectTo(sim.address), connectTo('127.0.0.1:1'), connectTo('p2p'),
-    connectTo(sim.address), connectTo(sim.address)], [0, -1, -2, -2, 0, 0]);
+  assert.deepEqual(
+    [
+      connectTo(sim.address),
+      connectTo(sim.address),
+      connectTo('127.0.0.1:1'),
+      connectTo('p2p'),
+      connectTo(sim.address),
+      connectTo(sim.address),
+    ],
+    [0, -1, -2, -2, 0, 0],
+  );
   await backTo({ descriptors: before.descriptors + 2, threads: before.threads + 1 }, 'one session');
 });

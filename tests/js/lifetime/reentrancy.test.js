@@ -22,8 +22,12 @@ after(collectInstances);
 function idle() {}
 
 /** [1, ...] with a getter at `index`. */
-const withGetter = (act, index = 0, length = 2) => (
-  Object.defineProperty(Array.from({ length }, (_, i) => i + 1), index, { get: act }));
+const withGetter = (act, index = 0, length = 2) =>
+  Object.defineProperty(
+    Array.from({ length }, (_, i) => i + 1),
+    index,
+    { get: act },
+  );
 
 function open() {
   const core = connect(sim);
@@ -50,8 +54,12 @@ test('reads, writes, connects and subscriptions in an element that is being writ
   const values = withGetter(() => {
     driver.SetTagNotify(idle);
     driver.ConnectTag('C');
-    results.push(driver.GetTagValue('B'), driver.SetTagValue('F', 9), core.GetDriver('D1').GetTagValue('B'),
-      core.SetRtAlarmNotify(idle, false));
+    results.push(
+      driver.GetTagValue('B'),
+      driver.SetTagValue('F', 9),
+      core.GetDriver('D1').GetTagValue('B'),
+      core.SetRtAlarmNotify(idle, false),
+    );
     return 51;
   }, 1);
   const [, before] = driver.GetTagValue('A,B');
@@ -63,7 +71,16 @@ test('reads, writes, connects and subscriptions in an element that is being writ
 
 test('an exception of an element reaches the caller and nothing is written', async () => {
   const { driver } = open();
-  assert.throws(() => driver.SetTagValue('A,B', withGetter(() => { throw new RangeError('mine'); })), { message: 'mine' });
+  assert.throws(
+    () =>
+      driver.SetTagValue(
+        'A,B',
+        withGetter(() => {
+          throw new RangeError('mine');
+        }),
+      ),
+    { message: 'mine' },
+  );
   assert.deepEqual(await sent(sim, 'g'), []);
   assert.equal(typeof driver.GetTagValue('A'), 'number');
 });
@@ -90,14 +107,30 @@ test('a Proxy is no array of its own kind: an array behind it is written, what i
   });
   assert.equal(driver.SetTagValue('A,B', values), -3, 'Node-API takes it for no array');
   assert.deepEqual(asked, []);
-  assert.equal(driver.SetTagValue('A,B', Object.setPrototypeOf([61], new Proxy([], {
-    get: (target, key) => (gc(), key === '1' ? 62 : target[key]),
-  }))), -3, 'an element past the end is missing, whatever is inherited');
+  assert.equal(
+    driver.SetTagValue(
+      'A,B',
+      Object.setPrototypeOf(
+        [61],
+        new Proxy([], {
+          get: (target, key) => (gc(), key === '1' ? 62 : target[key]),
+        }),
+      ),
+    ),
+    -3,
+    'an element past the end is missing, whatever is inherited',
+  );
 });
 
 test('collecting garbage in an element whose instance nobody holds: the write is made, the session ends after it', async () => {
   const driver = unheldDriver();
-  assert.equal(driver.SetTagValue('A,B', withGetter(() => (gc(), gc(), 71))), 0);
+  assert.equal(
+    driver.SetTagValue(
+      'A,B',
+      withGetter(() => (gc(), gc(), 71)),
+    ),
+    0,
+  );
   assert.deepEqual(driver.GetTagValue('A,B'), [71, 2]);
   await collectInstances();
   assert.equal(driver.GetTagValue('B'), undefined);
@@ -147,7 +180,8 @@ test('writing without end from within an element ends with a RangeError of JavaS
 });
 
 test('a setter that all arrays inherit is run by a read, and may use the library', async () => {
-  const { code, stdout, stderr } = await runProgram(`
+  const { code, stdout, stderr } = await runProgram(
+    `
     const core = new DBCore();
     core.Connect(args[0], 'operator', 'secret');
     const driver = core.GetDriver('D1');
@@ -160,7 +194,9 @@ test('a setter that all arrays inherit is run by a read, and may use the library
     driver.GetTagValue('A,B');
     delete Array.prototype[1];
     console.log(runs, results);
-  `, [sim.address]);
+  `,
+    [sim.address],
+  );
   assert.deepEqual([code, stdout, stderr], [0, '1 0.25 -2 -2\n', '']);
 });
 

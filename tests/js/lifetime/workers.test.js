@@ -41,7 +41,10 @@ test('a worker that is terminated ends its session', async () => {
 });
 
 test('a worker ends its session by process.exit(), by its last turn, and by an exception', async () => {
-  for (const [then, expected] of [['process.exit(3)', 3], ['throw new Error("the end")', 1]]) {
+  for (const [then, expected] of [
+    ['process.exit(3)', 3],
+    ['throw new Error("the end")', 1],
+  ]) {
     const worker = startWorker(sim, { then });
     worker.on('error', ({ message }) => assert.equal(message, 'the end'));
     assert.equal(await worker.ended, expected);
@@ -54,8 +57,13 @@ test('a worker ends its session by process.exit(), by its last turn, and by an e
 });
 
 test('process.exit() and an exception in a callback end a worker', async () => {
-  for (const [act, expected] of [['process.exit(4)', 4], ['throw new Error("in the callback")', 1]]) {
-    const worker = startWorker(sim, { then: `core.SetRtAlarmNotify(() => { ${act}; }, false); post({ subscribed: true });` });
+  for (const [act, expected] of [
+    ['process.exit(4)', 4],
+    ['throw new Error("in the callback")', 1],
+  ]) {
+    const worker = startWorker(sim, {
+      then: `core.SetRtAlarmNotify(() => { ${act}; }, false); post({ subscribed: true });`,
+    });
     worker.on('error', ({ message }) => assert.equal(message, 'in the callback'));
     await worker.message('subscribed');
     const id = await sim.raiseAlarm({});
@@ -78,12 +86,14 @@ test('process.exit() in the replay of alarms, and in an element that is being wr
 });
 
 test('a worker is terminated with 50,000 changes queued', async () => {
-  const worker = startWorker(sim, { then: `
+  const worker = startWorker(sim, {
+    then: `
     const idle = new Int32Array(new SharedArrayBuffer(4));
     while (driver.GetTagValue('M') !== 77) Atomics.wait(idle, 0, 0, 1);
     post({ queued: true });
     Atomics.wait(idle, 0, 0);
-  ` });
+  `,
+  });
   await worker.ready;
   await sim.notifyRaw(queuedRecords(50000));
   const marking = setInterval(() => sim.notifyRaw(mark(77)), 50); // again, should the border of a receive cut it
@@ -154,21 +164,29 @@ const ONLY_WORKERS = `
 `;
 
 test('workers that come and go in turn, without another user of the library, have sessions', async () => {
-  const { code, signal, stdout, stderr } = await runProgram(`${ONLY_WORKERS}
+  const { code, signal, stdout, stderr } = await runProgram(
+    `${ONLY_WORKERS}
     (async () => {
       const results = [];
       for (let round = 0; round < 8; round++) results.push(await run(args[0]));
       console.log(results.join());
     })();
-  `, [sim.address], { load: false, bound: 30000 });
+  `,
+    [sim.address],
+    { load: false, bound: 30000 },
+  );
   assert.deepEqual([code, signal, stdout, stderr], [0, null, '0,0,0,0,0,0,0,0\n', '']);
 });
 
 test('the library stays in memory when its last user ends: a receive thread may be in its last instructions', async () => {
-  const { stdout } = await runProgram(`${ONLY_WORKERS}
+  const { stdout } = await runProgram(
+    `${ONLY_WORKERS}
     const before = loaded();
     run(args[0]).then(() => console.log(before, loaded()));
-  `, [sim.address], { load: false });
+  `,
+    [sim.address],
+    { load: false },
+  );
   assert.equal(stdout, 'false true\n');
 });
 
@@ -187,9 +205,10 @@ test('the library that is opened a second time in one environment gives a class 
   const second = require(file).DBCore;
   assert.notEqual(first, second);
   const cores = [first, second].map((DBCore) => new DBCore());
-  assert.deepEqual([cores[0] instanceof second, cores[1] instanceof second, second() instanceof second],
-    [false, true, true]);
+  assert.deepEqual(
+    [cores[0] instanceof second, cores[1] instanceof second, second() instanceof second],
+    [false, true, true],
+  );
   assert.throws(() => second.prototype.Connect.call(cores[0], sim.address, 'operator', 'secret'), TypeError);
   for (const core of cores) assert.equal(core.Connect(sim.address, 'operator', 'secret'), 0);
 });
-

@@ -20,10 +20,12 @@ module.exports = async function cycles({ rounds = 10000, seed }) {
   const rows = [];
   console.log('     cycles  resident     malloc  JavaScript  MiB; descriptors, threads');
   const report = async (done) => {
-    const now = { done, ...memory(), ...await settled() };
+    const now = { done, ...memory(), ...(await settled()) };
     rows.push(now);
-    console.log(`   ${String(done).padStart(8)}  ${mega(now.rss)}   ${mega(now.heap)}    ${mega(now.js)}       `
-      + `${now.descriptors}, ${now.threads}`);
+    console.log(
+      `   ${String(done).padStart(8)}  ${mega(now.rss)}   ${mega(now.heap)}    ${mega(now.js)}       ` +
+        `${now.descriptors}, ${now.threads}`,
+    );
   };
   const step = Math.max(5, Math.floor(rounds / REPORTS / 5) * 5);
   await report(0);
@@ -35,9 +37,15 @@ module.exports = async function cycles({ rounds = 10000, seed }) {
   }
   await backTo(before, 'descriptors and threads');
   const half = rows.slice(Math.floor(rows.length / 2));
-  const trend = (name) => slope(half.map(({ done }) => done), half.map((row) => row[name])).toFixed(1);
+  const trend = (name) =>
+    slope(
+      half.map(({ done }) => done),
+      half.map((row) => row[name]),
+    ).toFixed(1);
   console.log(`   results of Connect ${JSON.stringify(run.results)}; 0 descriptors and 0 threads left over`);
-  console.log(`   trend of the second half, bytes a cycle: resident ${trend('rss')}, malloc ${trend('heap')}, `
-    + `JavaScript ${trend('js')}`);
+  console.log(
+    `   trend of the second half, bytes a cycle: resident ${trend('rss')}, malloc ${trend('heap')}, ` +
+      `JavaScript ${trend('js')}`,
+  );
   await sim.close();
 };

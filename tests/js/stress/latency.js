@@ -7,7 +7,10 @@ const measures = require('../support/latency.js');
 
 // ms
 const LIMITS = {
-  readWhenServerDies: 100, readWhenServerCloses: 100, disconnectBySecondConnect: 200, disconnectByCollection: 200,
+  readWhenServerDies: 100,
+  readWhenServerCloses: 100,
+  disconnectBySecondConnect: 200,
+  disconnectByCollection: 200,
 };
 
 async function measure(name, rounds) {

@@ -13,8 +13,19 @@ function heapProbe() {
   const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'heap-probe-'));
   const file = path.join(folder, 'heap-probe.node');
   try {
-    execFileSync('c++', ['-O1', '-shared', '-fPIC', `-I${path.join(root, 'node_modules/node-api-headers/include')}`, '-o',
-      file, path.join(__dirname, 'heap-probe.cpp')], { stdio: ['ignore', 'ignore', 'inherit'] });
+    execFileSync(
+      'c++',
+      [
+        '-O1',
+        '-shared',
+        '-fPIC',
+        `-I${path.join(root, 'node_modules/node-api-headers/include')}`,
+        '-o',
+        file,
+        path.join(__dirname, 'heap-probe.cpp'),
+      ],
+      { stdio: ['ignore', 'ignore', 'inherit'] },
+    );
     return require(file).inUse;
   } catch {
     return () => NaN;

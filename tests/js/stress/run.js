@@ -14,12 +14,15 @@ const USAGE = `usage: npm run stress -- [${NAMES.join('|')}...] [--rounds N] [--
 function options() {
   try {
     const { values, positionals } = parseArgs({
-      allowPositionals: true, options: { rounds: { type: 'string' }, seed: { type: 'string' } },
+      allowPositionals: true,
+      options: { rounds: { type: 'string' }, seed: { type: 'string' } },
     });
     const number = (text) => (text === undefined ? undefined : Number(text));
     const [rounds, seed] = [number(values.rounds), number(values.seed)];
     const valid = (value) => value === undefined || (Number.isInteger(value) && value > 0);
-    if (!valid(rounds) || !valid(seed) || !positionals.every((name) => NAMES.includes(name))) throw new Error('bad value');
+    if (!valid(rounds) || !valid(seed) || !positionals.every((name) => NAMES.includes(name))) {
+      throw new Error('bad value');
+    }
     return { names: positionals.length > 0 ? positionals : NAMES, rounds, seed: seed ?? (Date.now() % 1e9) + 1 };
   } catch (error) {
     console.error(`${error.message}\n${USAGE}`);
@@ -37,7 +40,10 @@ async function main() {
   }
 }
 
-main().then(() => process.exit(0), (error) => {
-  console.error(error);
-  process.exit(1);
-});
+main().then(
+  () => process.exit(0),
+  (error) => {
+    console.error(error);
+    process.exit(1);
+  },
+);

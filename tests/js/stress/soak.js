@@ -46,7 +46,10 @@ async function useFor(core, address, ms) {
 async function instance(sim) {
   const core = new DBCore();
   assert.equal(core.Connect(sim.address, 'operator', 'secret'), 0);
-  assert.equal(core.SetRtAlarmNotify(() => count.alarms++, true), 0);
+  assert.equal(
+    core.SetRtAlarmNotify(() => count.alarms++, true),
+    0,
+  );
   await useFor(core, sim.address, SESSION);
   setTimeout(() => sim.closeAll(), SESSION * 0.9);
   await useFor(core, sim.address, SESSION);
@@ -57,15 +60,19 @@ async function instance(sim) {
 async function figures(since, rows) {
   const now = { minutes: (Date.now() - since) / 60000, ...memory(), ...resources() };
   rows.push(now);
-  console.log(`   ${now.minutes.toFixed(1).padStart(6)}   ${mega(now.rss)}  ${mega(now.heap)}    ${mega(now.js)}       `
-    + `${now.descriptors}, ${now.threads}        ${Object.values(count).join(', ')}`);
+  console.log(
+    `   ${now.minutes.toFixed(1).padStart(6)}   ${mega(now.rss)}  ${mega(now.heap)}    ${mega(now.js)}       ` +
+      `${now.descriptors}, ${now.threads}        ${Object.values(count).join(', ')}`,
+  );
 }
 
 module.exports = async function soak({ rounds = 30 }) {
   const sim = await startSimulator({ rate: 20, record: 1000 });
   const rows = [];
   const since = Date.now();
-  console.log(`   minutes   resident    malloc  JavaScript  MiB; descriptors, threads; ${Object.keys(count).join(', ')}`);
+  console.log(
+    `   minutes   resident    malloc  JavaScript  MiB; descriptors, threads; ${Object.keys(count).join(', ')}`,
+  );
   let first;
   for (let next = ROUND; rows.length <= rounds;) {
     await collectAll([await instance(sim)], 'an instance');
@@ -75,8 +82,14 @@ module.exports = async function soak({ rounds = 30 }) {
     await figures(since, rows);
     next += ROUND;
   }
-  const trend = (name) => slope(rows.map(({ minutes }) => minutes), rows.map((row) => row[name])).toFixed(0);
-  console.log(`   trend from the first minute on, bytes a minute: resident ${trend('rss')}, malloc ${trend('heap')}, `
-    + `JavaScript ${trend('js')}`);
+  const trend = (name) =>
+    slope(
+      rows.map(({ minutes }) => minutes),
+      rows.map((row) => row[name]),
+    ).toFixed(0);
+  console.log(
+    `   trend from the first minute on, bytes a minute: resident ${trend('rss')}, malloc ${trend('heap')}, ` +
+      `JavaScript ${trend('js')}`,
+  );
   await sim.close();
 };

@@ -31,8 +31,10 @@ module.exports = async function workers({ rounds = 500 }) {
     assert.equal(typeof driver.GetTagValue('Q,none')[0], 'number');
   }
   await backTo(before, 'descriptors and threads');
-  console.log(`   ${rounds} workers terminated, exit codes ${JSON.stringify(codes)}; ${sessions} of them told of`
-    + ` a session; the main thread was told of ${told} changes; ${before.descriptors} descriptors and ${before.threads} threads`
-    + ' before and after');
+  console.log(
+    `   ${rounds} workers terminated, exit codes ${JSON.stringify(codes)}; ${sessions} of them told of` +
+      ` a session; the main thread was told of ${told} changes; ${before.descriptors} descriptors and ${before.threads} threads` +
+      ' before and after',
+  );
   await sim.close();
 };

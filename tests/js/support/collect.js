@@ -14,7 +14,7 @@ const BOUND = 5000; // ms
 
 /** Collects until none of the objects that these WeakRefs hold is left and their finalisers have run. */
 async function collectAll(refs, what) {
-  for (const deadline = Date.now() + BOUND; ; ) {
+  for (const deadline = Date.now() + BOUND; ;) {
     await turn(1); // an object that was looked at lives to the end of that turn
     collect();
     if (refs.every((ref) => ref.deref() === undefined)) break;

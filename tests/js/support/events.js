@@ -27,12 +27,17 @@ function callLog() {
   }
   log.calls = [];
   log.receivers = [];
-  log.until = (count, bound) => within(new Promise((resolve) => {
-    look = () => {
-      if (log.calls.length >= count) resolve(log.calls);
-    };
-    look();
-  }), `${count} calls`, bound);
+  log.until = (count, bound) =>
+    within(
+      new Promise((resolve) => {
+        look = () => {
+          if (log.calls.length >= count) resolve(log.calls);
+        };
+        look();
+      }),
+      `${count} calls`,
+      bound,
+    );
   return log;
 }
 

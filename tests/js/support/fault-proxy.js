@@ -23,7 +23,10 @@ function pass(pair, from, to) {
   };
   const end = () => later(network.delay + network.endDelay, () => to.destroy());
   from.on('data', (bytes) => later(network.delay + Math.random() * network.jitter, () => to.write(bytes)));
-  from.on('end', end).on('close', end).on('error', () => {});
+  from
+    .on('end', end)
+    .on('close', end)
+    .on('error', () => {});
 }
 
 function serve(port) {
@@ -40,7 +43,7 @@ function serve(port) {
 // A connection that was there during a silence stays silent afterwards: its other side has forgotten it.
 function change(settings) {
   Object.assign(network, settings);
-  if (network.silent) pairs.forEach((pair) => (pair.lost = true));
+  for (const pair of pairs) pair.lost ||= network.silent;
   process.send({ done: true });
 }
 

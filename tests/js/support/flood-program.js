@@ -18,7 +18,9 @@ const OPEN = `
 function runFlooded(sim, program, ...steps) {
   let taken = 0;
   const onOutput = (text) => {
-    for (const printed = text.split('step\n').length - 1; taken < Math.min(printed, steps.length);) steps[taken++](text);
+    for (const printed = text.split('step\n').length - 1; taken < Math.min(printed, steps.length);) {
+      steps[taken++](text);
+    }
   };
   return runProgram(OPEN + program, [sim.address], { onOutput, bound: 30000 });
 }

@@ -9,7 +9,15 @@ const BOUND = 20000; // ms
 // Tags of type int32: Q is what is flooded, M marks the end.
 const FLOOD_PROJECT = {
   name: 'Flood',
-  drivers: [{ name: 'D0', tags: [{ name: 'Q', type: 'int32', value: 5 }, { name: 'M', type: 'int32', value: 0 }] }],
+  drivers: [
+    {
+      name: 'D0',
+      tags: [
+        { name: 'Q', type: 'int32', value: 5 },
+        { name: 'M', type: 'int32', value: 0 },
+      ],
+    },
+  ],
 };
 
 // A record is all zeros: driver 0, tag 0, value 0. So a receive may begin anywhere, and only the last record of a receive
@@ -18,7 +26,12 @@ const RECORD = 8;
 const queuedRecords = (count) => Buffer.alloc(count * RECORD);
 
 // 58 alarms filled up to one receive of 2048 bytes. A receive that begins elsewhere loses some of them.
-const ALARM_BLOCK = hex(...Array(58).fill([[0xff, 0xff, 1], Buffer.alloc(32)]).flat(), Array(18).fill(0xff));
+const ALARM_BLOCK = hex(
+  ...Array(58)
+    .fill([[0xff, 0xff, 1], Buffer.alloc(32)])
+    .flat(),
+  Array(18).fill(0xff),
+);
 const alarmRecords = (blocks) => Buffer.from(ALARM_BLOCK.repeat(blocks), 'hex');
 
 /** A notification that M is this value. */

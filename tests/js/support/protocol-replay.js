@@ -14,8 +14,18 @@ const request = (name) => piecesOf(examples.get(name), '->')[0];
 const reply = (name) => Buffer.concat(piecesOf(examples.get(name), '<-'));
 
 // After the registrations.
-const SCRIPT = ['login', 'file, new', 'tag ids, batch', 'read', 'connect', 'write, one tag', 'write, several tags',
-  'alarms', 'file, current', 'file, missing'];
+const SCRIPT = [
+  'login',
+  'file, new',
+  'tag ids, batch',
+  'read',
+  'connect',
+  'write, one tag',
+  'write, several tags',
+  'alarms',
+  'file, current',
+  'file, missing',
+];
 
 // --- the server, in a thread of its own because Connect blocks
 
@@ -60,11 +70,13 @@ function serve() {
   const server = net.createServer({ noDelay: true }, (socket) => {
     let registered = false;
     let held = Buffer.alloc(0);
-    socket.on('error', () => {}).on('data', (bytes) => {
-      if (registered) held = answer(socket, Buffer.concat([held, bytes]));
-      else register(socket, bytes);
-      registered = true;
-    });
+    socket
+      .on('error', () => {})
+      .on('data', (bytes) => {
+        if (registered) held = answer(socket, Buffer.concat([held, bytes]));
+        else register(socket, bytes);
+        registered = true;
+      });
   });
   server.listen(0, '127.0.0.1', () => parentPort.postMessage({ port: server.address().port }));
   parentPort.on('message', (message) => {

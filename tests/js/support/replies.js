@@ -21,12 +21,14 @@ function loginReply(rights) {
 
 /** The contents of RecData/drvinfo.dat for drivers given as [name, id, tag count]. */
 function driverFile(...drivers) {
-  return Buffer.concat(drivers.map(([name, id, tagCount]) => {
-    const numbers = Buffer.alloc(4);
-    numbers.writeUInt16LE(id, 0);
-    numbers.writeUInt16LE(tagCount, 2);
-    return Buffer.concat([Buffer.from(`${name}\0`), numbers]);
-  }));
+  return Buffer.concat(
+    drivers.map(([name, id, tagCount]) => {
+      const numbers = Buffer.alloc(4);
+      numbers.writeUInt16LE(id, 0);
+      numbers.writeUInt16LE(tagCount, 2);
+      return Buffer.concat([Buffer.from(`${name}\0`), numbers]);
+    }),
+  );
 }
 
 /** A file reply: header lines, empty line, body. */

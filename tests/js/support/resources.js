@@ -17,20 +17,23 @@ function resources() {
 
 /** What the descriptors are, for the message of a failure. */
 function openNow() {
-  return fs.readdirSync('/proc/self/fd').map((number) => {
-    try {
-      return `${number} ${fs.readlinkSync(`/proc/self/fd/${number}`)}`;
-    } catch {
-      return `${number} closed`; // that of the listing
-    }
-  }).join(', ');
+  return fs
+    .readdirSync('/proc/self/fd')
+    .map((number) => {
+      try {
+        return `${number} ${fs.readlinkSync(`/proc/self/fd/${number}`)}`;
+      } catch {
+        return `${number} closed`; // that of the listing
+      }
+    })
+    .join(', ');
 }
 
 /** What there is once it has stayed the same for a while. */
 async function settled() {
   const deadline = Date.now() + BOUND;
   let last = resources();
-  for (let same = 0; same < 20; ) {
+  for (let same = 0; same < 20;) {
     await turn(1);
     const now = resources();
     same = now.descriptors === last.descriptors && now.threads === last.threads ? same + 1 : 0;
@@ -42,7 +45,7 @@ async function settled() {
 
 /** Waits until there are as many as `before`: a thread that has told of its end is still counted for a moment. */
 async function backTo(before, what) {
-  for (const deadline = Date.now() + BOUND; ; ) {
+  for (const deadline = Date.now() + BOUND; ;) {
     const now = resources();
     if (now.descriptors === before.descriptors && now.threads === before.threads) return;
     if (Date.now() > deadline) assert.deepEqual(now, before, `${what}: not within ${BOUND} ms; open: ${openNow()}`);

@@ -34,7 +34,13 @@ const SMALL = {
         { name: 'F', type: 'double', value: 6 },
       ],
     },
-    { name: 'D1', tags: [{ name: 'A', type: 'int16', value: -2 }, { name: 'B', type: 'double', value: 0.25 }] },
+    {
+      name: 'D1',
+      tags: [
+        { name: 'A', type: 'int16', value: -2 },
+        { name: 'B', type: 'double', value: 0.25 },
+      ],
+    },
   ],
 };
 
@@ -125,6 +131,17 @@ async function untilGone(core, driverName, bound = 5000) {
 }
 
 module.exports = {
-  SMALL, MIRRORS, serverDir, removeMirror, startServer, sharedServer, newCore, connect, openDriver, sent, untilGone,
-  collectInstances, endSubscriptions,
+  SMALL,
+  MIRRORS,
+  serverDir,
+  removeMirror,
+  startServer,
+  sharedServer,
+  newCore,
+  connect,
+  openDriver,
+  sent,
+  untilGone,
+  collectInstances,
+  endSubscriptions,
 };

@@ -51,8 +51,12 @@ function tempDir(t) {
 function command(t, args, stdin = 'ignore') {
   const child = spawn(process.execPath, [CLI, ...args], { stdio: [stdin, 'pipe', 'pipe'] });
   const run = { child, stdout: '', stderr: '' };
-  child.stdout.on('data', (data) => { run.stdout += data; });
-  child.stderr.on('data', (data) => { run.stderr += data; });
+  child.stdout.on('data', (data) => {
+    run.stdout += data;
+  });
+  child.stderr.on('data', (data) => {
+    run.stderr += data;
+  });
   run.exit = new Promise((resolve) => child.on('close', (code, signal) => resolve({ code, signal })));
   run.ready = new Promise((resolve) => child.stdout.on('data', () => run.stdout.includes('\n') && resolve()));
   t.after(() => child.kill('SIGKILL'));

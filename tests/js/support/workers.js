@@ -15,7 +15,9 @@ const running = new Set();
  * the count-th message that has it, `worker.ended` to its exit code.
  */
 function startWorker(sim, options = {}) {
-  const worker = new Worker(path.join(__dirname, 'session-worker.js'), { workerData: { address: sim.address, ...options } });
+  const worker = new Worker(path.join(__dirname, 'session-worker.js'), {
+    workerData: { address: sim.address, ...options },
+  });
   running.add(worker);
   worker.once('exit', () => running.delete(worker));
   const messages = [];
@@ -27,13 +29,18 @@ function startWorker(sim, options = {}) {
   });
   worker.ended = within(new Promise((resolve) => worker.once('exit', resolve)), 'the worker ends', 30000);
   worker.ended.catch(() => {});
-  worker.message = (name, count = 1) => within(new Promise((resolve) => {
-    look = () => {
-      const found = messages.filter((message) => message[name] !== undefined)[count - 1];
-      if (found !== undefined) resolve(found[name]);
-    };
-    look();
-  }), `message ${name}`, 20000);
+  worker.message = (name, count = 1) =>
+    within(
+      new Promise((resolve) => {
+        look = () => {
+          const found = messages.filter((message) => message[name] !== undefined)[count - 1];
+          if (found !== undefined) resolve(found[name]);
+        };
+        look();
+      }),
+      `message ${name}`,
+      20000,
+    );
   Object.defineProperty(worker, 'ready', { get: () => worker.message('result').then(() => messages[0]) });
   return worker;
 }

@@ -291,6 +291,11 @@ module.exports = [
   ],
   ['Thread.cpp', '  sigfillset(&all);', '  sigemptyset(&all);', 'signals of the host interrupt the receive thread'],
   ['Thread.cpp', '  pthread_sigmask(SIG_SETMASK, &before, nullptr);\n', '', "the caller's signals stay blocked"],
-  ['DriverSlots.h', 'slots[i] = static_cast<CDBDriver*>((*this)[i]);', 'static_cast<void>(i);', 'resizing loses the drivers'],
+  [
+    'DriverSlots.h',
+    'slots[i] = static_cast<CDBDriver*>((*this)[i]);',
+    'static_cast<void>(i);',
+    'resizing loses the drivers',
+  ],
   ['S2RtAlarm2.h', 'p[14],                p[15],', 'p[15],                p[14],', 'the attributes change places'],
 ];

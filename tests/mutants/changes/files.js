@@ -19,12 +19,7 @@ module.exports = [
     'static_cast<uint32_t>(value)',
     'a number above 32 bits is cut',
   ],
-  [
-    'FileHeader.cpp',
-    'negated ? 0 - value : value',
-    'negated ? value : value',
-    'a negative number is the largest',
-  ],
+  ['FileHeader.cpp', 'negated ? 0 - value : value', 'negated ? value : value', 'a negative number is the largest'],
   [
     'FileHeader.cpp',
     'std::strtoull(text, nullptr, 16)',
@@ -97,12 +92,7 @@ module.exports = [
     'the header does not count for the window',
   ],
   ['GetFile.cpp', '  utime(path.c_str(), &times);\n', '', 'the file has the time of its transfer'],
-  [
-    'GetFile.cpp',
-    '  file_.Close();\n',
-    '',
-    'the file is stamped and reported before it is closed',
-  ],
+  ['GetFile.cpp', '  file_.Close();\n', '', 'the file is stamped and reported before it is closed'],
   [
     'GetFile.cpp',
     'if (complete && cb_ != nullptr) cb_->OnProgress(lastReceive_, 1);',
