@@ -277,8 +277,10 @@ test("a write leaves the driver's own values as they are: the new one comes back
   driver.SetTagNotify(log);
   driver.ConnectTag('A');
   const before = driver.GetTagValue('A');
+  await sim.setFault({ step: 'write', action: 'drop', count: 1 });
   assert.equal(driver.SetTagValue('A', 99), 0);
   assert.equal(driver.GetTagValue('A'), before);
+  assert.equal(driver.SetTagValue('A', 99), 0);
   assert.deepEqual(await log.until(1), [['D0', 'A', 99]]);
   assert.equal(driver.GetTagValue('A'), 99);
 });
