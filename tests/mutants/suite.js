@@ -8,9 +8,11 @@ const { users } = require('./changes');
 
 const programs = ['base', 'value', 'net', 'files', 'driver', 'core', 'binding']; // the folders that have one
 
-// A program hangs when it takes so many times as long as without a change, and so many milliseconds at least.
+// A program hangs when it takes so many times as long as without a change, and so many milliseconds at least; a test
+// program also when it prints nothing for a while: it prints a line before each of its tests.
 const patience = 10;
 const leastPatience = 10000;
+const longestSilence = 30000;
 
 const stages = ['near', 'far', 'js'];
 
@@ -32,18 +34,18 @@ function end(group, signal = 'SIGKILL') {
 
 // Runs a program in a process group of its own, with its output going line by line to `onLine`, which may return true
 // to end it. Gives { code, lines, late }; late: it was ended for running too long.
-function start(command, args, { cwd, env, limit, onLine = () => false }) {
+function start(command, args, { cwd, env, limit, silence, onLine = () => false }) {
   return new Promise((resolve, reject) => {
     const child = spawn(command, args, { cwd, env, detached: true, stdio: ['ignore', 'pipe', 'pipe'] });
     const lines = [];
     const result = { lines, late: false };
     running.add(child.pid);
-    const timer =
-      limit &&
-      setTimeout(() => {
-        result.late = true;
-        end(child.pid);
-      }, limit);
+    const giveUp = () => {
+      result.late = true;
+      end(child.pid);
+    };
+    const timer = limit && setTimeout(giveUp, limit);
+    const silent = silence && setTimeout(giveUp, silence);
     for (const stream of [child.stdout, child.stderr]) {
       let rest = '';
       stream.setEncoding('utf8').on('data', (text) => {
@@ -51,6 +53,7 @@ function start(command, args, { cwd, env, limit, onLine = () => false }) {
         rest = parts.pop();
         for (const line of parts) {
           lines.push(line);
+          silent?.refresh();
           if (onLine(line)) end(child.pid);
         }
       });
@@ -58,6 +61,7 @@ function start(command, args, { cwd, env, limit, onLine = () => false }) {
     child.on('error', reject);
     child.on('close', (code) => {
       clearTimeout(timer);
+      clearTimeout(silent);
       running.delete(child.pid);
       resolve({ ...result, code });
     });
@@ -139,6 +143,7 @@ class Suite {
     const program = path.join(this.build, 'tests', name, `vqdb_${name}_tests`);
     let inside;
     const { code, lines, late } = await this.limited(name, program, ['--gtest_fail_fast', `--gtest_filter=${only}`], {
+      silence: longestSilence,
       onLine: (line) => {
         inside = line.match(/^\[ RUN +\] (\S+)/)?.[1] ?? inside;
       },
