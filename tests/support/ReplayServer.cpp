@@ -20,8 +20,8 @@
 
 namespace {
 
-constexpr int kPatienceMs = 50;    // for the next request, once the changed reply was given
-constexpr int kBoundMs = 10000;    // before
+constexpr int kPatienceMs = 50;  // for the next request, once the changed reply was given
+constexpr int kBoundMs = 10000;  // before
 constexpr std::chrono::seconds kEndless{4};
 constexpr uint32_t kFileTime = 1000000000;
 constexpr size_t kWriteBytes = 17;  // a write of one number, which has no answer
@@ -50,19 +50,35 @@ std::string TypedValues(size_t from, size_t to) {
 std::string Counted(const std::string& values) { return Word(static_cast<unsigned int>(values.size())) + values; }
 
 // A change of each tag, an alarm of each kind, tag events of each length, and the records that are skipped; then a
-// last change.
-std::string Notifications() {
+// last change. Notes the ends of the records that reach a callback.
+std::string Notifications(std::vector<size_t>& callsAt) {
   std::string stream;
+  const auto add = [&](const std::string& record) {
+    stream += record;
+    callsAt.push_back(stream.size());
+  };
   for (unsigned int tag = 0; tag < std::size(kSizedTypes); ++tag) {
-    stream += Word(0) + Word(tag) + FromHex(kSizedTypes[tag].bytes);
+    add(Word(0) + Word(tag) + FromHex(kSizedTypes[tag].bytes));
   }
-  stream += CoreRecord(1, Alarm(5, 0, 0)) + CoreRecord(3, Alarm(5, 6, 1));
+  add(CoreRecord(1, Alarm(5, 0, 0)));
+  add(CoreRecord(3, Alarm(5, 6, 1)));
   const std::string event = Word(0) + Word(1);
   stream += CoreRecord(9, event + "x") + CoreRecord(10, event + "12345678") + CoreRecord(16, event + "abc" + '\0');
   for (const auto& [command, length] : {std::pair{2, 7}, {4, 43}, {5, 7}, {6, 20}, {7, 7}, {8, 5}, {255, 3}}) {
     stream += CoreRecord(command, std::string(static_cast<size_t>(length) - 3, '\7'));
   }
-  return stream + Word(0) + Word(0) + Word(42);
+  add(Word(0) + Word(0) + Word(42));
+  return stream;
+}
+
+// A port that is fixed may for a moment be that of the same test in another checkout.
+bool Bind(int listener, const sockaddr_in& addr) {
+  const auto late = std::chrono::steady_clock::now() + std::chrono::milliseconds(kBoundMs);
+  while (bind(listener, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) != 0) {
+    if (errno != EADDRINUSE || std::chrono::steady_clock::now() > late) return false;
+    poll(nullptr, 0, 1);
+  }
+  return true;
 }
 
 int Listen(const std::string& host, uint16_t* port) {
@@ -74,7 +90,7 @@ int Listen(const std::string& host, uint16_t* port) {
   addr.sin_port = htons(*port);
   inet_pton(AF_INET, host.c_str(), &addr.sin_addr);
   socklen_t len = sizeof addr;
-  if (bind(listener, reinterpret_cast<sockaddr*>(&addr), len) != 0 || listen(listener, 16) != 0 ||
+  if (!Bind(listener, addr) || listen(listener, 16) != 0 ||
       getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &len) != 0) {
     throw std::runtime_error("cannot listen on " + host);
   }
@@ -133,7 +149,7 @@ Recording::Recording(const std::string& mark) : project("P" + mark + "q" + mark)
   replies[kAlarmsReply] = "n" + Word(2) + Alarm(1, 2, 0) + Alarm(3, 0, 2);
   replies[kTextListReply] = ScriptedServer::FileReply("text0\r\ntext1\r\ntext2\r\n", kFileTime);
   replies[kTagListReply] = ScriptedServer::FileReply("tag0\ntag1\ntag2\n", kFileTime);
-  replies[kNotifications] = Notifications();
+  replies[kNotifications] = Notifications(callsAt);
 }
 
 ReplayServer::ReplayServer(const std::string& host, uint16_t port)
@@ -227,14 +243,22 @@ void ReplayServer::TakeRequests() {
 
 void ReplayServer::Answer(const std::string& request) {
   switch (request[0]) {
-    case '7': return Give(kFirstReply, request_);
-    case '9': return Give(kLoginReply, request_);
-    case '4': return Give(FileReplyFor(request), request_);
-    case 'L': return Give(kTagIdsReply, request_);
-    case 'H': return Give(kReadReply, request_);
-    case 'b': return Give(kConnectReply, request_);
-    case 'n': return Give(kAlarmsReply, request_);
-    default: return;
+    case '7':
+      return Give(kFirstReply, request_);
+    case '9':
+      return Give(kLoginReply, request_);
+    case '4':
+      return Give(FileReplyFor(request), request_);
+    case 'L':
+      return Give(kTagIdsReply, request_);
+    case 'H':
+      return Give(kReadReply, request_);
+    case 'b':
+      return Give(kConnectReply, request_);
+    case 'n':
+      return Give(kAlarmsReply, request_);
+    default:
+      return;
   }
 }
 

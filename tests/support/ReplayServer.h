@@ -7,11 +7,12 @@
 #include <cstdint>
 #include <string>
 #include <thread>
+#include <vector>
 
 // What the server says in a session, in the order of the session.
 enum Reply : size_t {
-  kFirstReply,     // to the registration on the request connection
-  kSecondReply,    // to the one on the notification connection, scrambled
+  kFirstReply,   // to the registration on the request connection
+  kSecondReply,  // to the one on the notification connection, scrambled
   kLoginReply,
   kDriverFileReply,
   kTagIdsReply,
@@ -35,6 +36,7 @@ struct Recording {
   std::string project;
   std::string plainSecond;  // the second reply before its scrambling
   std::array<std::string, kReplies> replies;
+  std::vector<size_t> callsAt;  // where in the notifications the records end that reach a callback
 
   // How the session goes on behind one of the replies, the changed one.
   size_t changed = kReplies;  // which one; kReplies: none
@@ -81,8 +83,8 @@ class ReplayServer {
   const Recording* recording_ = nullptr;
   int request_ = -1;
   int notify_ = -1;
-  int accepted_ = 0;         // connections of this session so far
-  std::string asked_;        // bytes of requests that are not whole yet
-  bool impatient_ = false;   // the changed reply was given
+  int accepted_ = 0;        // connections of this session so far
+  std::string asked_;       // bytes of requests that are not whole yet
+  bool impatient_ = false;  // the changed reply was given
   std::thread thread_;
 };
