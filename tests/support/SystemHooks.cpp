@@ -21,6 +21,7 @@ struct Settings {
   std::atomic<bool> interruptSemaphore{false};
   std::atomic<bool> timeOutSemaphore{false};
   std::atomic<bool> refuseThreads{false};
+  std::atomic<bool> skipPauses{false};
   std::atomic<long> clockJump{0};  // seconds added to both clocks
   std::atomic<long> semaphoreWait{0};
   std::atomic<int> receives{0};
@@ -58,7 +59,7 @@ int __wrap_usleep(useconds_t us) {
     const std::lock_guard<std::mutex> lock(Current().mutex);
     Current().pauses.push_back(us);
   }
-  return __real_usleep(us);
+  return Current().skipPauses ? 0 : __real_usleep(us);
 }
 
 int __wrap_close(int fd) {
@@ -125,6 +126,7 @@ SystemHooks::~SystemHooks() {
   Current().interruptSemaphore = false;
   Current().timeOutSemaphore = false;
   Current().refuseThreads = false;
+  Current().skipPauses = false;
   Current().clockJump = 0;
 }
 
@@ -138,6 +140,7 @@ void SystemHooks::SetTime(time_t now) {
 void SystemHooks::InterruptSemaphoreWait() { Current().interruptSemaphore = true; }
 void SystemHooks::TimeOutSemaphoreWaits() { Current().timeOutSemaphore = true; }
 void SystemHooks::RefuseThreads() { Current().refuseThreads = true; }
+void SystemHooks::SkipPauses() { Current().skipPauses = true; }
 long SystemHooks::SemaphoreWaitSeconds() const { return Current().semaphoreWait; }
 
 std::vector<unsigned int> SystemHooks::Pauses() const {

@@ -27,6 +27,9 @@ class SystemHooks {
   // Every new thread is refused.
   void RefuseThreads();
 
+  // Pauses (usleep) are noted and take no time.
+  void SkipPauses();
+
   // Seconds that the last timed semaphore wait would have taken.
   long SemaphoreWaitSeconds() const;
 
