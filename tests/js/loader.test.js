@@ -3,15 +3,18 @@
 // own, with files in place of libraries that look like ones of some processor and cannot be loaded.
 
 const assert = require('node:assert/strict');
-const { copyFileSync, mkdirSync, mkdtempSync, rmSync, writeFileSync } = require('node:fs');
+const { copyFileSync, existsSync, mkdirSync, mkdtempSync, rmSync, writeFileSync } = require('node:fs');
 const os = require('node:os');
 const path = require('node:path');
 const { test } = require('node:test');
 
 const INDEX = path.join(__dirname, '..', '..', 'index.js');
 const BUILT = path.join('build', 'Release', 'VqDBAccess.node');
-const LIBRARY = process.env.VQDB_TEST_ADDON ?? path.join(__dirname, '..', '..', BUILT); // one that loads
 const PREBUILT = path.join('prebuilds', `${process.platform}-${process.arch}`, 'VqDBAccess.node');
+// One that loads.
+const LIBRARY =
+  process.env.VQDB_TEST_ADDON ??
+  [PREBUILT, BUILT].map((name) => path.join(__dirname, '..', '..', name)).find((file) => existsSync(file));
 const MACHINES = { x64: 0x3e, arm64: 0xb7, arm: 0x28 };
 const OWN = MACHINES[process.arch];
 const OTHER = Object.values(MACHINES).find((machine) => machine !== OWN);
