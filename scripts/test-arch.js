@@ -4,6 +4,8 @@
 //   node scripts/test-arch.js x64         JavaScript tests on this machine
 // Options: --cache DIR   where private tools are kept (else below the user's cache)
 //          --only cpp|js --filter TEXT   some of the tests
+//          --quick       without the tests of the simulator and of the documents, whose JavaScript is the same anywhere,
+//                        and without those of sessions that end in great numbers
 // The JavaScript tests load the library of prebuilds/linux-NAME, built anew: the very file that the package ships.
 const path = require('node:path');
 const { parseArgs } = require('node:util');
@@ -17,7 +19,8 @@ const { fail, step, timed } = require('./run');
 const { conclude, runCpp, runJs } = require('./runners');
 
 const root = path.join(__dirname, '..');
-const kUsage = 'usage: node scripts/test-arch.js arm|arm64|x64 [--cache DIR] [--only cpp|js] [--filter TEXT]';
+const kSlow = /^(simulator\.|docs\.|loader\.|ten-thousand\.)|lifetime/;
+const kUsage = 'usage: node scripts/test-arch.js arm|arm64|x64 [--cache DIR] [--only cpp|js] [--filter TEXT] [--quick]';
 
 function cppTests(name, cache, filter) {
   const folder = path.join(root, 'build', 'cmake', `${name}-tests`);
@@ -31,7 +34,7 @@ function cppTests(name, cache, filter) {
   return timed(() => runCpp(folder, { filter }));
 }
 
-function jsTests(name, cache, filter) {
+function jsTests(name, cache, filter, quick) {
   step(`building the add-on for linux-${name}`);
   const addon = timed(() => buildAddon(name, { cache }));
   const folder = path.join(root, 'build', 'cmake', `node18-${name}`);
@@ -40,11 +43,12 @@ function jsTests(name, cache, filter) {
   // Programs that tests start as "node" are to be the same Node.js.
   const env = { ...process.env, PATH: `${folder}:${process.env.PATH}` };
   if (name === process.arch) env.VQDB_TEST_ADDON = addon; // index.js would prefer a library of build/Release
-  return timed(() => runJs(folder, { node, env, filter }));
+  return timed(() => runJs(folder, { node, env, filter, without: quick ? kSlow : undefined }));
 }
 
 function main() {
   const options = { cache: { type: 'string' }, only: { type: 'string' }, filter: { type: 'string' } };
+  options.quick = { type: 'boolean', default: false };
   const { values, positionals } = parseArgs({ options, allowPositionals: true });
   const [name] = positionals;
   if (positionals.length !== 1 || !(name in architectures)) fail(kUsage);
@@ -53,7 +57,7 @@ function main() {
   installNpmPackages();
   const results = [];
   if (values.only !== 'js' && name !== process.arch) results.push(cppTests(name, cache, values.filter));
-  if (values.only !== 'cpp') results.push(jsTests(name, cache, values.filter));
+  if (values.only !== 'cpp') results.push(jsTests(name, cache, values.filter, values.quick));
   process.exit(conclude(results));
 }
 
