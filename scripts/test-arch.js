@@ -42,6 +42,7 @@ function jsTests(name, cache, filter, quick) {
   step(`JavaScript tests, linux-${name}, Node.js 18`);
   // Programs that tests start as "node" are to be the same Node.js.
   const env = { ...process.env, PATH: `${folder}:${process.env.PATH}` };
+  if (name !== process.arch) env.VQDB_TEST_SLOWNESS = '5'; // qemu
   if (name === process.arch) env.VQDB_TEST_ADDON = addon; // index.js would prefer a library of build/Release
   return timed(() => runJs(folder, { node, env, filter, without: quick ? kSlow : undefined }));
 }

@@ -9,12 +9,13 @@ const { spawn } = require('node:child_process');
 const { describe, test } = require('node:test');
 const { startSimulator } = require('../../simulator');
 const { examplesOf, fits, printsOf } = require('./support/documents.js');
+const { patience } = require('./support/patience.js');
 
 const ROOT = path.join(__dirname, '../..');
 const PRELOAD = path.join(__dirname, 'support/document-program.js');
 const DOCUMENTS = ['README.md', 'docs/api.md'];
 const WRITTEN_ADDRESS = '127.0.0.1:8080'; // the server's address in the documents
-const BOUND = 60000; // ms
+const BOUND = patience(60000); // ms
 
 const read = (file) => fs.readFileSync(path.join(ROOT, file), 'utf8');
 const mirrorOf = (address) => `/tmp/vqbrowser/${address.replaceAll(':', '_')}`;

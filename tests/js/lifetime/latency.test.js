@@ -6,8 +6,9 @@ const assert = require('node:assert/strict');
 const { test } = require('node:test');
 const { startServer } = require('../support/server.js');
 const latency = require('../support/latency.js');
+const { patience } = require('../support/patience.js');
 
-const BOUND = 2000; // ms; well under the time-outs of requests (8 s) and of a disconnect (16 s)
+const BOUND = patience(2000); // ms; well under the time-outs of requests (8 s) and of a disconnect (16 s)
 
 for (const [name, what] of Object.entries({
   readWhenServerDies: 'a read in flight when the server dies returns',

@@ -3,8 +3,9 @@
 
 const path = require('node:path');
 const { spawn } = require('node:child_process');
+const { patience } = require('./patience.js');
 
-const BOUND = 10000; // ms
+const BOUND = patience(10000); // ms
 const ADDON = path.join(__dirname, 'addon.js');
 
 /**

@@ -6,11 +6,12 @@ const assert = require('node:assert/strict');
 const { setTimeout: turn } = require('node:timers/promises');
 const v8 = require('node:v8');
 const vm = require('node:vm');
+const { patience } = require('./patience.js');
 
 v8.setFlagsFromString('--expose-gc');
 const collect = vm.runInNewContext('gc');
 
-const BOUND = 5000; // ms
+const BOUND = patience(5000); // ms
 
 /** Collects until none of the objects that these WeakRefs hold is left and their finalisers have run. */
 async function collectAll(refs, what) {

@@ -2,8 +2,9 @@
 // Waiting for what happens, under a bound.
 
 const assert = require('node:assert/strict');
+const { patience } = require('./patience.js');
 
-const BOUND = 5000; // ms
+const BOUND = patience(5000); // ms
 
 /** Rejects when `promise` has not settled after `bound` ms. */
 function within(promise, what, bound = BOUND) {

@@ -6,8 +6,9 @@ const { fork } = require('node:child_process');
 const net = require('node:net');
 const { once } = require('node:events');
 const { setTimeout } = require('node:timers/promises');
+const { patience } = require('./patience.js');
 
-const BOUND = 10000; // ms
+const BOUND = patience(10000); // ms
 
 // --- in the process of the proxy ---
 

@@ -3,8 +3,9 @@
 
 const assert = require('node:assert/strict');
 const { hex, u16 } = require('./wire.js');
+const { patience } = require('./patience.js');
 
-const BOUND = 20000; // ms
+const BOUND = patience(20000); // ms
 
 // Tags of type int32: Q is what is flooded, M marks the end.
 const FLOOD_PROJECT = {

@@ -4,8 +4,9 @@
 const assert = require('node:assert/strict');
 const fs = require('node:fs');
 const { setTimeout: turn } = require('node:timers/promises');
+const { patience } = require('./patience.js');
 
-const BOUND = 10000; // ms
+const BOUND = patience(10000); // ms
 
 /** How many descriptors and threads there are now. */
 function resources() {

@@ -7,6 +7,7 @@ const fs = require('node:fs');
 const { after, afterEach, before } = require('node:test');
 const { DBCore } = require('./addon.js');
 const { collectAll } = require('./collect.js');
+const { patience } = require('./patience.js');
 const { startSimulator } = require('../../../simulator');
 
 const MIRRORS = '/tmp/vqbrowser';
@@ -122,7 +123,7 @@ async function endSubscriptions() {
 }
 
 /** Waits until the library has noticed that its server is gone. */
-async function untilGone(core, driverName, bound = 5000) {
+async function untilGone(core, driverName, bound = patience(5000)) {
   const deadline = Date.now() + bound;
   while (core.GetDriver(driverName) !== undefined) {
     assert.ok(Date.now() < deadline, 'the session ends');
