@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <new>
 
 namespace {
 
@@ -81,7 +82,8 @@ void ConvertText(const TextConversion& conversion, const char* src, size_t srcBy
 }  // namespace
 
 void KeepConvertersLoaded() {
-  static const auto* const kept = new KeptConverters;
+  alignas(KeptConverters) static unsigned char room[sizeof(KeptConverters)];  // no destructor runs at the end
+  static const KeptConverters* const kept = new (room) KeptConverters;
   static_cast<void>(kept);
 }
 

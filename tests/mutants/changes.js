@@ -36,6 +36,7 @@ function loadChanges() {
 function pattern(text) {
   return new RegExp(
     text
+      .trim() // what stands before it may be a comment, which must not take the replacement in
       .split(/\s+/)
       .map((part) => part.replace(/[\\^$.*+?()[\]{}|]/g, '\\$&'))
       .join('\\s+'),
@@ -45,7 +46,7 @@ function pattern(text) {
 
 // The source with the change applied.
 function changed(source, { find, put }) {
-  return source.replace(pattern(find), () => put);
+  return source.replace(pattern(find), () => put.trim());
 }
 
 // What is wrong with the list, one sentence each.
