@@ -19,7 +19,9 @@ function runProgram(program, args = [], { bound = BOUND, onOutput = () => {}, lo
   const source = `${addon}\nconst args = process.argv.slice(1);\n${program}`;
   const limited = limits === undefined ? [] : ['sh', '-c', `ulimit ${limits} && exec "$0" "$@"`];
   const [command, ...rest] = [...limited, process.execPath, '-e', source, ...args];
-  const child = spawn(command, rest, { stdio: ['ignore', 'pipe', 'pipe'] });
+  const { VQDB_TEST_PRELOAD: preload } = process.env; // see addon.js
+  const env = preload === undefined ? process.env : { ...process.env, LD_PRELOAD: preload };
+  const child = spawn(command, rest, { stdio: ['ignore', 'pipe', 'pipe'], env });
   const result = { stdout: '', stderr: '' };
   for (const stream of ['stdout', 'stderr']) {
     child[stream].setEncoding('utf8').on('data', (text) => {
