@@ -138,8 +138,9 @@ class Suite {
   }
 
   // Runs a C++ test program, or the test `only` of it. Gives { name, test } of the first failure, or undefined.
-  // Without the stress tests: they take longer than all others together, for what a single change seldom shows in.
-  async runProgram(name, without, only = `-${['*Stress*', ...without].join(':')}`) {
+  // Without the stress tests and the hostile server's: they take longer than all others together, for what a single
+  // change seldom shows in.
+  async runProgram(name, without, only = `-${['*Stress*', 'Hostile*', ...without].join(':')}`) {
     const program = path.join(this.build, 'tests', name, `vqdb_${name}_tests`);
     let inside;
     const { code, lines, late } = await this.limited(name, program, ['--gtest_fail_fast', `--gtest_filter=${only}`], {
