@@ -3,6 +3,7 @@
 // { passed, failed, skipped, ok }; ok is false also when the runner itself failed.
 const { spawnSync } = require('node:child_process');
 const { mkdirSync, readdirSync, readFileSync, rmSync } = require('node:fs');
+const { availableParallelism } = require('node:os');
 const path = require('node:path');
 
 const root = path.join(__dirname, '..');
@@ -42,6 +43,9 @@ function runCpp(buildDir, { env = process.env, filter } = {}) {
   return { ...readReport(report, countJunit), ok: status === 0 };
 }
 
+// Files of JavaScript tests that run at a time: they wait more than they compute.
+const concurrency = `--test-concurrency=${2 * availableParallelism()}`;
+
 // The files of JavaScript tests.
 function jsTests() {
   const folders = ['tests/js', 'tests/js/lifetime'].map((folder) => path.join(root, folder));
@@ -68,7 +72,7 @@ function runJs(buildDir, { node = process.execPath, env = process.env, filter = 
   rmSync(report, { force: true });
   const args = [
     '--test',
-    '--test-concurrency=2',
+    concurrency,
     ...limitOption(node),
     '--test-reporter=spec',
     '--test-reporter-destination=stdout',
@@ -89,4 +93,4 @@ function conclude(results) {
   return failed === 0 ? 0 : 1;
 }
 
-module.exports = { limitOption, runCpp, jsTests, runJs, conclude };
+module.exports = { concurrency, limitOption, runCpp, jsTests, runJs, conclude };

@@ -9,7 +9,7 @@ const { mkdirSync, realpathSync, rmSync } = require('node:fs');
 const path = require('node:path');
 const { ensurePackages } = require('./packages');
 const { run, succeeds, fail, step } = require('./run');
-const { jsTests, limitOption } = require('./runners');
+const { concurrency, jsTests, limitOption } = require('./runners');
 const { frameFormat, readReports } = require('./sanitizer-reports');
 
 const root = path.join(__dirname, '..');
@@ -68,7 +68,7 @@ function runJs(names) {
   const reports = path.join(buildDir('asan'), 'reports');
   rmSync(reports, { recursive: true, force: true });
   mkdirSync(reports);
-  const args = ['--test', '--test-concurrency=2', ...limitOption(process.execPath), ...files];
+  const args = ['--test', concurrency, ...limitOption(process.execPath), ...files];
   const { status } = spawnSync(process.execPath, args, { stdio: 'inherit', env: nodeEnvironment(reports) });
   const concerns = readReports(reports);
   for (const concern of concerns) console.log(concern);

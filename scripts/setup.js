@@ -2,7 +2,8 @@
 // Brings the checkout to where its programs run: system packages, npm packages, the built add-on.
 //   node scripts/setup.js           the add-on
 //   node scripts/setup.js --tests   and the C++ test programs
-// Does only what is missing, so that a second run takes about a second. Uses Node.js's own modules alone.
+// With VQDB_WERROR in the environment warnings are errors. Does only what is missing, so that a second run takes about a
+// second. Uses Node.js's own modules alone.
 const { existsSync, readFileSync, rmSync, statSync } = require('node:fs');
 const path = require('node:path');
 const { installNpmPackages } = require('./npm-packages');
@@ -17,7 +18,8 @@ function configure(tests) {
   const configured = existsSync(cache) && (!tests || /^VQDB_TESTS:BOOL=ON$/m.test(readFileSync(cache, 'utf8')));
   if (configured) return;
   step('configuring the build');
-  run('cmake', ['--preset', 'release', ...(tests ? ['-DVQDB_TESTS=ON'] : [])], { cwd: root });
+  const strict = process.env.VQDB_WERROR === undefined ? [] : ['-DVQDB_WERROR=ON'];
+  run('cmake', ['--preset', 'release', ...strict, ...(tests ? ['-DVQDB_TESTS=ON'] : [])], { cwd: root });
 }
 
 function build(tests) {
