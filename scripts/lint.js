@@ -129,6 +129,6 @@ async function lint(names) {
 const names = process.argv.slice(2).filter((name) => name !== '--fix');
 if (!names.every((name) => name in steps)) fail(`usage: npm run lint -- [${Object.keys(steps).join('|')}]...`);
 ensurePackages('build', 'tests', 'lint');
-installNpmPackages();
+installNpmPackages({ tools: true });
 if (process.argv.includes('--fix')) format();
 else lint(names.length > 0 ? names : Object.keys(steps));

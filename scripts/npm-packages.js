@@ -7,15 +7,19 @@ const { run, step } = require('./run');
 
 const root = path.join(__dirname, '..');
 
-// Installs them again only when the lock file or Node.js has changed.
-function installNpmPackages() {
+// Installs them again only when the lock file or Node.js has changed. `tools`: with those for checking, types and
+// packing, which are nine in ten of them; without, what is there of them stays.
+function installNpmPackages({ tools = false } = {}) {
   const stampFile = path.join(root, 'node_modules', '.vqdb-stamp');
   const lock = readFileSync(path.join(root, 'package-lock.json'));
   const stamp = createHash('sha256').update(lock).update(process.version).digest('hex');
-  if (existsSync(stampFile) && readFileSync(stampFile, 'utf8') === stamp) return;
+  const withTools = `${stamp} tools`;
+  const installed = existsSync(stampFile) ? readFileSync(stampFile, 'utf8') : '';
+  if (installed === withTools || (!tools && installed === stamp)) return;
   step('installing npm packages');
-  run('npm', ['ci', '--ignore-scripts', '--no-audit', '--no-fund'], { cwd: root });
-  writeFileSync(stampFile, stamp);
+  const omit = tools ? [] : ['--omit=dev'];
+  run('npm', ['ci', '--ignore-scripts', '--no-audit', '--no-fund', ...omit], { cwd: root });
+  writeFileSync(stampFile, tools ? withTools : stamp);
 }
 
 module.exports = { installNpmPackages };

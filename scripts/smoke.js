@@ -123,7 +123,7 @@ function buildFromSource(folder, installed) {
 
 function main() {
   ensurePackages('build');
-  installNpmPackages();
+  installNpmPackages({ tools: true });
   const folder = mkdtempSync(path.join(os.tmpdir(), 'vqdb-smoke-'));
   process.on('exit', () => rmSync(folder, { recursive: true, force: true }));
   const file = pack(folder);

@@ -4,7 +4,7 @@ const path = require('node:path');
 const { installNpmPackages } = require('./npm-packages');
 const { run, step } = require('./run');
 
-installNpmPackages();
+installNpmPackages({ tools: true });
 step('types');
 run(process.execPath, [
   require.resolve('typescript/bin/tsc'),
