@@ -5,6 +5,7 @@ const test = require('node:test');
 const assert = require('node:assert');
 const { Peer, scrambled, identifier, register, login, hex } = require('./support/TinyClient');
 const { simulate, smallPlant } = require('./support/simulated');
+const { patience } = require('./support/patience.js');
 
 const READ = hex('48 0100 0000 0000');
 const REPLY = '48000400' + '02003412';
@@ -48,7 +49,7 @@ test('split gives a reply in two receives, also to a client that reads late', as
 });
 
 test('trickle gives one byte at a time', async (t) => {
-  const { request } = await faulty(t, { step: 'read', action: 'trickle', ms: 5 });
+  const { request } = await faulty(t, { step: 'read', action: 'trickle', ms: patience(5) });
   const before = request.chunks.length;
   request.send(READ);
   assert.equal(await request.read(8), REPLY);
