@@ -53,6 +53,7 @@ TEST(Thread, StartingOneKeepsTheCallersSignals) {
   sigset_t before;
   sigset_t after;
   pthread_sigmask(SIG_SETMASK, nullptr, &before);
+  ASSERT_EQ(sigismember(&before, SIGTERM), 0) << "an earlier session of this process has blocked it";
   static Seen& seen = *new Seen;
   ASSERT_TRUE(vqthread_create(Look, &seen));
   seen.proceed.Set();

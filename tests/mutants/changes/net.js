@@ -270,7 +270,13 @@ module.exports = [
     'notifySock.Close();',
     'a direct connection goes to the relay of the last one',
   ],
-  ['ClientHandshake.cpp', '  requestSock.BackInStep();  // a new', '  // a new', 'a new connection begins out of step'],
+  [
+    'ClientHandshake.cpp',
+    '  requestSock.BackInStep();  // a new',
+    '  // a new',
+    'a new connection begins out of step',
+    'nothing has come on a new connection before its first request, so that nothing is thrown away',
+  ],
   [
     'ClientHandshake.cpp',
     '  srand(static_cast<unsigned int>(time(nullptr)));  // process-wide, once an attempt\n',
