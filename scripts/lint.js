@@ -25,7 +25,7 @@ function sources(folder, ...suffixes) {
     });
 }
 
-const cppSources = () => [...sources('src', '.cpp', '.h'), ...sources('tests', '.cpp', '.h')];
+const cppSources = () => ['src', 'tests', 'bench'].flatMap((folder) => sources(folder, '.cpp', '.h'));
 
 // Runs a program in the checkout; true when it found nothing.
 function isClean(program, args) {

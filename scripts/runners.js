@@ -1,19 +1,40 @@
 'use strict';
 // The two test runners. Both show their progress here, leave their report in the build folder and give
-// { passed, failed, skipped, ok }; ok is false also when the runner itself failed.
+// { passed, failed, skipped, failures, ok }; `failures` is a text for each failed test, its name first; `ok` is false
+// also when the runner itself failed.
 const { spawnSync } = require('node:child_process');
 const { mkdirSync, readdirSync, readFileSync, rmSync } = require('node:fs');
 const { availableParallelism } = require('node:os');
 const path = require('node:path');
 
 const root = path.join(__dirname, '..');
+const failureMark = '== failed: ';
 
 function readReport(file, parse) {
   try {
     return parse(readFileSync(file, 'utf8'));
   } catch {
-    return { passed: 0, failed: 0, skipped: 0 }; // the runner ended before it wrote one
+    return { passed: 0, failed: 0, skipped: 0, failures: [] }; // the runner ended before it wrote one
   }
+}
+
+const lastLines = (text, count) => text.trimEnd().split('\n').slice(-count).join('\n');
+const entities = { lt: '<', gt: '>', quot: '"', apos: "'", amp: '&' };
+const unescapeXml = (text) => text.replace(/&(lt|gt|quot|apos|amp);/g, (_, name) => entities[name]);
+
+// The failed tests of a JUnit report, each with the end of what it printed.
+function failuresOfJunit(xml) {
+  const failed = xml.matchAll(/<testcase name="([^"]*)"[^>]*status="fail"[^>]*>([^]*?)<\/testcase>/g);
+  return [...failed].map(([, name, body]) => {
+    const output = body.match(/<system-out>([^]*?)<\/system-out>/)?.[1] ?? '';
+    return `${unescapeXml(name)}\n${unescapeXml(lastLines(output, 40))}`;
+  });
+}
+
+// The failed tests of a TAP report, each with its diagnostics.
+function failuresOfTap(tap) {
+  const failed = tap.matchAll(/^( *)not ok \d+ - (.*)\n\1 {2}---\n([^]*?)\n\1 {2}\.\.\.$/gm);
+  return [...failed].map(([, , name, diagnostics]) => `${name}\n${diagnostics}`);
 }
 
 function countJunit(xml) {
@@ -21,7 +42,7 @@ function countJunit(xml) {
   const count = (name) => Number(suite.match(new RegExp(`\\b${name}="(\\d+)"`))[1]);
   const failed = count('failures');
   const skipped = count('disabled') + count('skipped');
-  return { passed: count('tests') - failed - skipped, failed, skipped };
+  return { passed: count('tests') - failed - skipped, failed, skipped, failures: failuresOfJunit(xml) };
 }
 
 function countTap(tap) {
@@ -30,6 +51,7 @@ function countTap(tap) {
     passed: count('pass'),
     failed: count('fail') + count('cancelled'),
     skipped: count('skipped') + count('todo'),
+    failures: failuresOfTap(tap),
   };
 }
 
@@ -82,15 +104,16 @@ function runJs(buildDir, { node = process.execPath, env = process.env, filter = 
   return { ...readReport(report, countTap), ok: status === 0 };
 }
 
-// The closing line "N passed, N failed[, N skipped]"; gives the exit code. A runner that failed without a failed test (a
-// crash of its own), or that found no test, counts as one failure.
+// Prints once more what failed, then the closing line "N passed, N failed[, N skipped]"; gives the exit code. A runner
+// that failed without a failed test (a crash of its own), or that found no test, counts as one failure.
 function conclude(results) {
   const sum = (name) => results.reduce((total, result) => total + result[name], 0);
   const broken = results.filter((result) => result.failed === 0 && (!result.ok || result.passed === 0)).length;
   const failed = sum('failed') + broken;
   const skipped = sum('skipped');
+  results.flatMap((result) => result.failures).forEach((failure) => console.log(`${failureMark}${failure}\n`));
   console.log(`${sum('passed')} passed, ${failed} failed${skipped > 0 ? `, ${skipped} skipped` : ''}`);
   return failed === 0 ? 0 : 1;
 }
 
-module.exports = { concurrency, limitOption, runCpp, jsTests, runJs, conclude };
+module.exports = { concurrency, failureMark, limitOption, runCpp, jsTests, runJs, conclude };

@@ -70,7 +70,7 @@ for (const step of ['accept', 'handshake1', 'handshake2', 'login', 'file', 'file
   test(`a server that takes its time at step ${step} is waited for`, async () => {
     const started = Date.now();
     await connectUnder({ step, action: 'delay', ms: 150, count: 1 }, 0);
-    assert.ok(Date.now() - started >= 150);
+    assert.ok(Date.now() - started >= 140); // timers may be early by a little
   });
 }
 

@@ -59,7 +59,10 @@ test('the identifier begins and goes on with the time, seconds and microseconds 
   connect(sim);
   const after = Math.floor(Date.now() / 1000);
   const id = Buffer.from((await theRequest('7')).fields.body, 'hex');
-  for (const seconds of [id.readUInt32LE(0), id.readUInt32LE(8)]) assert.ok(seconds >= before && seconds <= after);
+  const [first, second] = [id.readUInt32LE(0), id.readUInt32LE(8)];
+  // The first comes from a clock that the system moves on at its ticks: at the turn of a second it may be behind.
+  assert.ok(first >= before - 1 && first <= after, `${first}`);
+  assert.ok(second >= before && second <= after, `${second}`);
   assert.ok(id.readUInt32LE(12) < 1000000);
 });
 

@@ -30,7 +30,7 @@ test('over a slow line everything works, only later', async (t) => {
   const { core, open } = await clientOf(t, { delay: 40 });
   const started = Date.now();
   assert.equal(open(), 0);
-  assert.ok(Date.now() - started >= 4 * 80, 'two registrations, a login and a file');
+  assert.ok(Date.now() - started >= 4 * 75, 'two registrations, a login and a file');
   const driver = core.GetDriver('D0');
   assert.deepEqual(driver.GetTagValue('A,B,C'), [1.5, 7, 'see']);
   const log = callLog();

@@ -180,5 +180,5 @@ test('a relay that takes its time is waited for', async (t) => {
   await sim.setFault({ step: 'relay2', action: 'delay', ms: 100 });
   const started = Date.now();
   open(t, `p2p(${RELAY}):dev1`);
-  assert.ok(Date.now() - started >= 200);
+  assert.ok(Date.now() - started >= 190); // timers may be early by a little
 });

@@ -156,11 +156,11 @@ class Suite {
   }
 
   // Runs the tests of tests/js, or the file `only` of them. Gives { name, test } of the first failure, test being its
-  // file, or undefined. Without those of the simulator, which is not built from src.
+  // file, or undefined. Without those of what is not built from src: the simulator, the documents, the loader.
   async runJs(without, only) {
     const folder = path.join(this.checkout, 'tests', 'js');
     const files = readdirSync(folder)
-      .filter((name) => name.endsWith('.test.js') && !name.startsWith('simulator.'))
+      .filter((name) => name.endsWith('.test.js') && !/^(simulator|docs|loader)\./.test(name))
       .map((name) => path.join(folder, name))
       .filter((file) => !without.includes(file));
     const args = ['--test', `--test-concurrency=${this.jobs}`, '--test-reporter=tap', ...(only ? [only] : files)];

@@ -104,7 +104,7 @@ test('a worker is terminated with 50,000 changes queued', async () => {
 });
 
 test('a worker that is terminated inside Connect ends when that returns', async () => {
-  await sim.setFault({ step: 'handshake1', action: 'delay', ms: 500 });
+  await sim.setFault({ step: 'handshake1', action: 'delay', ms: 1500 });
   const worker = startWorker(sim);
   await sim.waitFor('request', { command: '7' });
   const started = Date.now();
@@ -114,7 +114,7 @@ test('a worker that is terminated inside Connect ends when that returns', async 
 });
 
 test('a worker that is terminated inside a read ends when that returns', async () => {
-  await sim.setFault({ step: 'tagids', action: 'delay', ms: 500, skip: 1 });
+  await sim.setFault({ step: 'tagids', action: 'delay', ms: 1500, skip: 1 });
   const worker = startWorker(sim, { then: 'driver.GetTagValue("unknown")' });
   await sim.waitFor('request', { command: 'L' }, { count: 2 }); // the first is that of ConnectTag
   const started = Date.now();
