@@ -159,6 +159,16 @@ TEST_F(BindingTest, SetRtAlarmNotifyReadsTheFlagBehindTheObject) {
   EXPECT_TRUE(api.wantedThis);
 }
 
+// As for a driver's callback: the hooks run from the last to the first.
+TEST_F(BindingTest, SetRtAlarmNotifyMovesTheCleanupHookBehindThatOfTheCallback) {
+  const auto ours = api.hooks.at(0);
+  api.hooks.emplace_back([](void*) {}, &api);
+  api.Call(DbCore::SetRtAlarmNotify, instance, {js.Recorder(), js.Boolean(false)});
+  EXPECT_EQ(api.hooks.size(), 2u);
+  EXPECT_EQ(api.hooks.back(), ours);
+  api.hooks.erase(api.hooks.begin());
+}
+
 TEST_F(BindingTest, SetRtAlarmNotifyWithTooFewArgumentsGivesMinusThreeWithoutReadingThem) {
   for (const auto& args : {std::vector<napi_value>{}, {js.Recorder()}}) {
     EXPECT_EQ(FakeNapi::Show(api.Call(DbCore::SetRtAlarmNotify, js.Object(), args)), "-3");

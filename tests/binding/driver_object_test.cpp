@@ -131,6 +131,17 @@ TEST_F(DriverObjectTest, SetTagNotifyHandsTheCallbackToTheDriver) {
   EXPECT_NE(driver->notifyFunc.load(), nullptr);
 }
 
+// Node.js runs the hooks from the last to the first: ours has to end the receive thread before the thread-safe function
+// that it calls is gone with its own.
+TEST_F(DriverObjectTest, SetTagNotifyMovesTheCleanupHookBehindThatOfTheCallback) {
+  const auto ours = api.hooks.at(0);
+  api.hooks.emplace_back([](void*) {}, &api);
+  EXPECT_EQ(Call("SetTagNotify", {js.Recorder()}), nullptr);
+  EXPECT_EQ(api.hooks.size(), 2u);
+  EXPECT_EQ(api.hooks.back(), ours);
+  api.hooks.erase(api.hooks.begin());
+}
+
 TEST_F(DriverObjectTest, AFailureInAMethodIsThrown) {
   ExpectThrows({{"napi_get_cb_info"}, {"napi_create_string_utf8"}, {"napi_create_threadsafe_function"}},
                [this] { return Call("SetTagNotify", {js.Recorder()}); });

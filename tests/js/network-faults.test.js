@@ -7,6 +7,7 @@ const { callLog } = require('./support/events.js');
 const { faultProxy } = require('./support/fault-proxy.js');
 const { settled, backTo } = require('./support/resources.js');
 const { sharedServer, newCore, removeMirror, untilGone, collectInstances } = require('./support/server.js');
+const { patience } = require('./support/patience.js');
 const { runProgram } = require('./support/child.js');
 
 const sim = sharedServer();
@@ -63,7 +64,7 @@ test('over a line that loses and repeats no change is lost or comes twice', asyn
 });
 
 test('connections whose ends arrive behind the next ones do no harm to the next session', async (t) => {
-  const { proxy, core, open } = await clientOf(t, { endDelay: 300 });
+  const { proxy, core, open } = await clientOf(t, { endDelay: patience(1000) });
   assert.equal(open(), 0);
   const before = (await sim.connections()).map(({ id }) => id);
   assert.equal(open(), 0);

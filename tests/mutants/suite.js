@@ -78,7 +78,9 @@ class Suite {
 
   async configure() {
     const flags = ['-DCMAKE_BUILD_TYPE=Debug', '-DCMAKE_CXX_FLAGS_DEBUG=-O0', '-DVQDB_TESTS=ON'];
-    await this.must('cmake', ['-G', 'Ninja', '-S', this.checkout, '-B', this.build, ...flags]);
+    const addonDir = path.join(this.checkout, 'build', 'Release'); // where the package looks for it
+    const places = ['-S', this.checkout, '-B', this.build, `-DVQDB_ADDON_DIR=${addonDir}`];
+    await this.must('cmake', ['-G', 'Ninja', ...places, ...flags]);
   }
 
   // Runs what the changes of these folders meet in a stage with the checkout unchanged, and notes how long it takes.
@@ -164,11 +166,9 @@ class Suite {
       .map((name) => path.join(folder, name))
       .filter((file) => !without.includes(file));
     const args = ['--test', `--test-concurrency=${this.jobs}`, '--test-reporter=tap', ...(only ? [only] : files)];
-    const env = { ...process.env, VQDB_TEST_ADDON: path.join(this.build, 'VqDBAccess.node') };
     let name;
     let test;
     const { code, late } = await this.limited('js', process.execPath, args, {
-      env,
       onLine: (line) => {
         name ??= line.match(/^ *not ok \d+ - (.*)/)?.[1];
         // Behind a failed test stands where it is: FILE:LINE:COLUMN.

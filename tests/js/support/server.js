@@ -131,6 +131,15 @@ async function untilGone(core, driverName, bound = patience(5000)) {
   }
 }
 
+/** Waits until the server has so many connections: it learns of their ends one after another. */
+async function untilConnections(sim, count) {
+  for (const deadline = Date.now() + patience(5000); ;) {
+    const now = await sim.connections();
+    if (now.length === count) return;
+    if (Date.now() > deadline) assert.equal(now.length, count, 'connections of the server');
+  }
+}
+
 module.exports = {
   SMALL,
   MIRRORS,
@@ -143,6 +152,7 @@ module.exports = {
   openDriver,
   sent,
   untilGone,
+  untilConnections,
   collectInstances,
   endSubscriptions,
 };
