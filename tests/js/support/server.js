@@ -7,6 +7,7 @@ const fs = require('node:fs');
 const { after, afterEach, before } = require('node:test');
 const { DBCore } = require('./addon.js');
 const { collectAll } = require('./collect.js');
+const { untilConnections } = require('./connections.js');
 const { patience } = require('./patience.js');
 const { startSimulator } = require('../../../simulator');
 
@@ -128,15 +129,6 @@ async function untilGone(core, driverName, bound = patience(5000)) {
   while (core.GetDriver(driverName) !== undefined) {
     assert.ok(Date.now() < deadline, 'the session ends');
     await new Promise(setImmediate);
-  }
-}
-
-/** Waits until the server has so many connections: it learns of their ends one after another. */
-async function untilConnections(sim, count) {
-  for (const deadline = Date.now() + patience(5000); ;) {
-    const now = await sim.connections();
-    if (now.length === count) return;
-    if (Date.now() > deadline) assert.equal(now.length, count, 'connections of the server');
   }
 }
 
