@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr std::chrono::milliseconds kRunBound{2000};
+constexpr std::chrono::milliseconds kRunBound{8000};
 constexpr size_t kReplayed = 2;  // active alarms
 
 // What a session with one changed reply may give: the codes of its connect, and how many of its results are those of

@@ -86,7 +86,7 @@ TEST_F(ServerCloseTest, ARequestInFlightReturnsAtOnceAndTheSessionIsThenGone) {
   const auto returned = Clock::now();
   closing.join();
   EXPECT_EQ(value, nullptr);
-  EXPECT_LT(returned - closed, std::chrono::seconds(1));  // its time-out would be five
+  EXPECT_LT(returned - closed, std::chrono::seconds(3));  // its time-out would be five
   EXPECT_TRUE(Eventually([&] { return IsGone(*core); }));
   EXPECT_TRUE(Eventually([&] { return js.FunctionAt(0).released == 1; }));
   EXPECT_TRUE(NothingIsOpen());
@@ -114,7 +114,7 @@ TEST_F(ServerCloseTest, EveryKindOfRequestInFlightReturnsItsFailure) {
     EXPECT_FALSE(request(*pump)) << bytes;
     const auto returned = Clock::now();
     closing.join();
-    EXPECT_LT(returned - closed, std::chrono::seconds(1)) << bytes;
+    EXPECT_LT(returned - closed, std::chrono::seconds(3)) << bytes;
     EXPECT_TRUE(Eventually([&] { return IsGone(*core); })) << bytes;
   }
 }
@@ -158,7 +158,7 @@ TEST_F(ServerCloseTest, AGetterInAnArrayMayOutliveTheSessionOfItsWrite) {
     EXPECT_EQ(pump->SetTagValue(js.Env(), "A,B", values), -3);
   }
   EXPECT_EQ(js.TakeException(), "getter");
-  EXPECT_TRUE(IsGone(*core));
+  EXPECT_TRUE(Eventually([&] { return IsGone(*core); }));
 }
 
 TEST_F(ServerCloseTest, OnlyTheRequestConnectionClosedLeavesTheNotifications) {

@@ -1,7 +1,7 @@
 'use strict';
 // The simulator's own scrambling, codec and waveforms, without a connection.
 
-const test = require('node:test');
+const { mock, test } = require('node:test');
 const assert = require('node:assert');
 const { scramble, unscramble, scrambledLength } = require('../../simulator/scramble');
 const { scrambled, plainOf } = require('./support/TinyClient');
@@ -112,8 +112,11 @@ function waves(tags) {
   return {
     tags: all,
     at(time, step = 1) {
-      waveforms.started = performance.now() - time * 1000;
+      const now = performance.now();
+      const clock = mock.method(performance, 'now', () => now); // it stands until they have moved
+      waveforms.started = now - time * 1000;
       waveforms.move(all, step);
+      clock.mock.restore();
       return all.map((tag) => tag.value);
     },
   };

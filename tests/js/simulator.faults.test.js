@@ -49,7 +49,7 @@ test('split gives a reply in two receives, also to a client that reads late', as
 });
 
 test('trickle gives one byte at a time', async (t) => {
-  const { request } = await faulty(t, { step: 'read', action: 'trickle', ms: patience(5) });
+  const { request } = await faulty(t, { step: 'read', action: 'trickle', ms: patience(50) });
   const before = request.chunks.length;
   request.send(READ);
   assert.equal(await request.read(8), REPLY);

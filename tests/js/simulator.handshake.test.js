@@ -3,6 +3,7 @@
 
 const test = require('node:test');
 const assert = require('node:assert');
+const { loopback } = require('./support/loopback.js');
 const {
   Peer,
   scrambled,
@@ -100,16 +101,16 @@ test('a second registration that arrives byte by byte is whole with its last byt
 });
 
 test('at port 3968 the extended body is expected and recorded', async (t) => {
-  const sim = await simulate(t, { host: '127.83.1.1', port: 3968 });
-  const client = await login(sim, 'operator', 'secret', '127.83.1.1');
+  const sim = await simulate(t, { host: loopback(1), port: 3968 });
+  const client = await login(sim, 'operator', 'secret', loopback(1));
   const [first] = await sim.requests({ command: '7' });
-  assert.equal(first.fields.body, extendedBody(client.ident, '127.83.1.1').toString('hex'));
-  assert.deepEqual([first.fields.mac, first.fields.target], ['000000000000', '127.83.1.1']);
+  assert.equal(first.fields.body, extendedBody(client.ident, loopback(1)).toString('hex'));
+  assert.deepEqual([first.fields.mac, first.fields.target], ['000000000000', loopback(1)]);
   client.close();
 });
 
 test('at port 3968 a plain body is not yet a registration', async (t) => {
-  const sim = await simulate(t, { host: '127.83.1.2', port: 3968 });
+  const sim = await simulate(t, { host: loopback(2), port: 3968 });
   const peer = await Peer.open(sim.port, sim.host);
   const ident = identifier();
   const body = scrambled(extendedBody(ident, 'x'));

@@ -7,6 +7,7 @@ const fs = require('node:fs');
 const path = require('node:path');
 const { startSimulator } = require('../../simulator');
 const { loadProject } = require('../../simulator/project');
+const { loopback } = require('./support/loopback.js');
 const { login } = require('./support/TinyClient');
 const { smallPlant, tempDir, command } = require('./support/simulated');
 
@@ -171,12 +172,12 @@ for (const [args, line] of BAD_COMMANDS) {
 }
 
 test('a port in use is named', async (t) => {
-  const first = command(t, ['--host', '127.83.3.1']);
+  const first = command(t, ['--host', loopback(1)]);
   await first.ready;
   const { port } = JSON.parse(first.stdout);
-  const second = command(t, ['--host', '127.83.3.1', '--port', String(port)]);
+  const second = command(t, ['--host', loopback(1), '--port', String(port)]);
   assert.equal((await second.exit).code, 2);
-  assert.equal(second.stderr, `--port: cannot listen on 127.83.3.1:${port}: the address is in use\n`);
+  assert.equal(second.stderr, `--port: cannot listen on ${loopback(1)}:${port}: the address is in use\n`);
 });
 
 test('a field of a project file is named with the file', async (t) => {

@@ -3,6 +3,7 @@
 
 const test = require('node:test');
 const assert = require('node:assert');
+const { loopback } = require('./support/loopback.js');
 const { untilConnections } = require('./support/connections.js');
 const { Peer, scrambled, plainOf, identifier, extendedBody, secondBody, login, hex } = require('./support/TinyClient');
 const { simulate } = require('./support/simulated');
@@ -35,8 +36,8 @@ test('the relay records what it was sent, the server what the relay registers in
 });
 
 test('a device on another server is reached, at port 3968 with the body as the client sent it', async (t) => {
-  const other = await simulate(t, { host: '127.83.2.1', port: 3968 });
-  const sim = await relayed(t, { far: '127.83.2.1:3968' });
+  const other = await simulate(t, { host: loopback(1), port: 3968 });
+  const sim = await relayed(t, { far: `${loopback(1)}:3968` });
   const client = await login(sim.relay, 'operator', 'secret', 'far');
   assert.equal((await other.requests({ command: '7' }))[0].fields.target, 'far');
   await untilConnections(sim, 0);
@@ -69,7 +70,7 @@ test('a second connection without a first one is refused with a scrambled 0', as
 });
 
 test('a device server that cannot be reached ends the connection without an answer', async (t) => {
-  const sim = await relayed(t, { gone: '127.83.2.2:9' });
+  const sim = await relayed(t, { gone: `${loopback(2)}:9` });
   const peer = await Peer.open(sim.relay.port);
   peer.send('7', scrambled(extendedBody(identifier(), 'gone')));
   assert.equal(await peer.readToEnd(), '');

@@ -5,6 +5,7 @@ const test = require('node:test');
 const assert = require('node:assert');
 const { execFile } = require('node:child_process');
 const path = require('node:path');
+const { patience } = require('./support/patience.js');
 const { untilConnections } = require('./support/connections.js');
 const { Peer, scrambled, identifier, secondBody, login, register, hex } = require('./support/TinyClient');
 const { simulate, smallPlant } = require('./support/simulated');
@@ -178,7 +179,7 @@ const startAndLeave = (how) =>
   });
 
 async function untilGone(pid) {
-  for (const deadline = Date.now() + 5000; Date.now() < deadline;) {
+  for (const deadline = Date.now() + patience(5000); Date.now() < deadline;) {
     try {
       process.kill(pid, 0);
     } catch {

@@ -84,6 +84,7 @@ void ScriptedServer::Open() {
   Close(request_);
   Close(notify_);
   thread_ = std::thread([this] {
+    threadId_ = gettid();
     try {
       PlayOpening();
     } catch (const std::exception& e) {
@@ -93,7 +94,12 @@ void ScriptedServer::Open() {
 }
 
 void ScriptedServer::Opened() {
-  if (thread_.joinable()) thread_.join();
+  if (thread_.joinable()) {
+    thread_.join();
+    // For a moment a thread that has ended still counts as one of the process.
+    const std::string entry = "/proc/self/task/" + std::to_string(threadId_);
+    EXPECT_TRUE(Eventually([&] { return access(entry.c_str(), F_OK) != 0; }));
+  }
   if (!problem_.empty()) ADD_FAILURE() << problem_;
   problem_.clear();
 }

@@ -4,6 +4,8 @@
 // All bytes are made here or in HandshakeScript.h, none by the code under test.
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <cstdint>
 #include <string>
@@ -89,6 +91,7 @@ class ScriptedServer {
   int notify_ = -1;
   uint32_t fileTime_ = 1000000000;  // another one for each session, so that the file is always asked for
   std::thread thread_;
+  pid_t threadId_ = 0;
   std::string problem_;
 };
 

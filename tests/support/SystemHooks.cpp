@@ -14,6 +14,8 @@
 
 namespace {
 
+constexpr time_t kStandingTime = 1000000000;
+
 struct Settings {
   std::atomic<size_t> slice{SIZE_MAX};
   std::atomic<bool> fixedTime{false};
@@ -87,6 +89,8 @@ time_t __wrap_time(time_t* out) {
 
 int __wrap_clock_gettime(clockid_t clock, timespec* out) {
   const int result = __real_clock_gettime(clock, out);
+  // Between two time-outs the clocks stand: waits are of whole seconds, and none is to end meanwhile.
+  if (Current().timeOutSemaphore) *out = {kStandingTime, 0};
   out->tv_sec += Current().clockJump;
   return result;
 }

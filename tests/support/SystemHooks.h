@@ -20,7 +20,8 @@ class SystemHooks {
   // time(nullptr) is this.
   void SetTime(time_t now);
 
-  // The next wait for a semaphore is interrupted; waits run into their time-outs at once, the clocks jumping there.
+  // The next wait for a semaphore is interrupted; waits run into their time-outs at once, the clocks jumping there
+  // and standing meanwhile.
   void InterruptSemaphoreWait();
   void TimeOutSemaphoreWaits();
 

@@ -3,8 +3,9 @@
 // are opened and nothing more. Everything else a test sends and expects as bytes.
 
 const net = require('node:net');
+const { patience } = require('./patience.js');
 
-const BOUND = 5000; // ms after which a missing byte is a failure
+const BOUND = patience(5000); // ms after which a missing byte is a failure
 
 class Peer {
   static open(port, host = '127.0.0.1') {
