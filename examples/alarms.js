@@ -43,6 +43,5 @@ main();
 // Prints, for example
 //   Water.Level arose; active: Level low (Water tank)
 //   Pumps.P2.Filter dirty arose; active: Level low (Water tank), Filter dirty (Pump 2)
-//   Subscribed; active: Level low (Water tank), Filter dirty (Pump 2)
 //   ...
 //   Water.Level ended; active: Filter dirty (Pump 2)...

@@ -57,6 +57,7 @@ function nodeEnvironment(reports) {
     // The sanitizer must be in the process before Node.js starts.
     LD_PRELOAD: realpathSync(execFileSync('g++', ['-print-file-name=libasan.so'], { encoding: 'utf8' }).trim()),
     VQDB_TEST_ADDON: path.join(buildDir('asan'), 'VqDBAccess.node'),
+    VQDB_TEST_SLOWNESS: '3',
   };
 }
 

@@ -7,6 +7,7 @@ const { test } = require('node:test');
 const { sharedServer, newCore, removeMirror } = require('./support/server.js');
 const { runProgram } = require('./support/child.js');
 const { fileReply } = require('./support/replies.js');
+const { patience } = require('./support/patience.js');
 
 const sim = sharedServer();
 
@@ -44,7 +45,7 @@ const FAULTS = [
   [{ step: 'handshake2', action: 'cut', bytes: 2 }, -2, 'the second reply is cut to its letter'],
   [{ step: 'handshake2', action: 'cut', bytes: 79 }, -2, 'the second reply is cut to 59 bytes'],
   [{ step: 'handshake2', action: 'split', bytes: 40 }, -2, 'the second reply comes in two halves'],
-  [{ step: 'handshake2', action: 'trickle', ms: 1 }, -2, 'the second reply comes byte by byte'],
+  [{ step: 'handshake2', action: 'trickle', ms: patience(10) }, -2, 'the second reply comes byte by byte'],
   [{ step: 'login', action: 'close' }, -2, 'the login is answered with an end'],
   [{ step: 'login', action: 'reset' }, -2, 'the login is answered with a reset'],
   [{ step: 'login', action: 'cut', bytes: 0 }, -2, 'the login reply is cut before its letter'],
@@ -54,7 +55,7 @@ const FAULTS = [
   [{ step: 'file', action: 'close' }, -2, 'the file request is answered with an end'],
   [{ step: 'file', action: 'reset' }, -2, 'the file request is answered with a reset'],
   [{ step: 'file', action: 'cut', bytes: 0 }, -2, 'the file reply is cut before its first byte'],
-  [{ step: 'file', action: 'split', bytes: 90 }, 0, 'the file reply comes in two parts behind its header'],
+  [{ step: 'file', action: 'split', bytes: 73 }, 0, 'the file reply comes in two parts behind its header'],
   [{ step: 'file-body', action: 'close' }, -2, 'the connection ends behind the file header'],
   [{ step: 'file-body', action: 'reset' }, -2, 'the connection is reset behind the file header'],
   [{ step: 'file-body', action: 'cut', bytes: 3 }, -2, 'the file body is cut'],

@@ -14,6 +14,7 @@ const {
 } = require('./support/server.js');
 const { secondReply, loginReply } = require('./support/replies.js');
 const { hex } = require('./support/wire.js');
+const { loopback } = require('./support/loopback.js');
 
 const users = [{ name: 'operator', password: 'secret', rights: 8 }];
 const sim = sharedServer({ project: { ...SMALL, users } });
@@ -85,7 +86,7 @@ test('a login reply longer than 9 bytes is taken with what it begins with', asyn
 });
 
 test('a port that nobody listens at gives -2', async (t) => {
-  const gone = await startServer(t);
+  const gone = await startServer(t, { host: loopback(1) }); // where nobody else is given its port
   await gone.stopListening();
   const core = newCore();
   assert.equal(core.Connect(gone.address, 'operator', 'secret'), -2);

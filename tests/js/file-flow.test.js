@@ -8,6 +8,7 @@ const { test } = require('node:test');
 const { startServer, connect, removeMirror, serverDir, SMALL } = require('./support/server.js');
 const { driverFile } = require('./support/replies.js');
 const { hex } = require('./support/wire.js');
+const { loopback } = require('./support/loopback.js');
 
 const LARGE = 1000000; // bytes, enough to reach the smallest window
 const names = Array.from({ length: LARGE / 125 }, (_, i) => `Driver ${String(i).padStart(5, '0')} ${'.'.repeat(107)}`);
@@ -71,13 +72,14 @@ test('a connection that ends inside a large file fails the session; the next one
 
 /** Sessions with two servers at one address, one after the other, over one mirror. */
 async function changed(t, first, second) {
-  const before = await startServer(t, { project: first });
+  const host = loopback(1); // where nobody else is given the first one's port
+  const before = await startServer(t, { host, project: first });
   connect(before);
   const kept = `${serverDir(before.address)}.kept`;
   t.after(() => fs.rmSync(kept, { recursive: true, force: true }));
   fs.renameSync(serverDir(before.address), kept);
   await before.close();
-  const sim = await startServer(t, { project: second, port: before.port });
+  const sim = await startServer(t, { host, project: second, port: before.port });
   removeMirror(sim.address);
   fs.renameSync(kept, serverDir(sim.address));
   return { sim, core: connect(sim) };

@@ -24,7 +24,7 @@ function connect(sim) {
   return core;
 }
 
-// Kills the process `pid` 100 ms after it is told to start, and says when.
+// Kills the process `pid` 300 ms after it is told to start, and says when.
 const KILLER = `
   const { parentPort, workerData: { pid, start } } = require('node:worker_threads');
   parentPort.postMessage('ready');
@@ -38,18 +38,20 @@ const KILLER = `
 /** From the death of the server's process until the read that waits for its answer returns. The server is used up. */
 async function readWhenServerDies(sim) {
   await sim.setFault({ step: 'read', action: 'hang' });
-  const driver = connect(sim).GetDriver('D0');
+  const core = connect(sim);
+  const driver = core.GetDriver('D0');
   const start = new Int32Array(new SharedArrayBuffer(8));
   const killer = new Worker(KILLER, { eval: true, workerData: { pid: sim.pid, start } });
   await once(killer, 'message');
+  const begun = now();
   Atomics.store(start, 0, 1);
   Atomics.notify(start, 0);
-  const begun = now();
   const value = driver.GetTagValue('A');
   const returned = now();
   assert.equal(value, undefined);
   const [died] = await once(killer, 'message');
   assert.ok(begun < died, 'the read was waiting');
+  assert.ok(core, 'its instance stood meanwhile');
   return returned - died;
 }
 

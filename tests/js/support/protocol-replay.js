@@ -8,6 +8,7 @@ const net = require('node:net');
 const path = require('node:path');
 const { Worker, isMainThread, parentPort } = require('node:worker_threads');
 const { readExamples, piecesOf } = require('./protocol-examples.js');
+const { patience } = require('./patience.js');
 
 const examples = readExamples();
 const request = (name) => piecesOf(examples.get(name), '->')[0];
@@ -117,7 +118,7 @@ async function run() {
   const driver = core.GetDriver('锅炉');
   const results = driver ? useSession(core, driver, changes, alarms, mirror) : {};
   worker.postMessage('notify');
-  const end = Date.now() + 5000;
+  const end = Date.now() + patience(5000);
   while (alarms.length < 2 && Date.now() < end) await new Promise(setImmediate);
   worker.postMessage('report');
   const report = await nextMessage(worker);

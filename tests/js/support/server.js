@@ -50,6 +50,8 @@ const SMALL = {
 async function start(options) {
   const sim = await startSimulator({ project: SMALL, rate: 0, ...options });
   removeMirror(sim.address); // of an earlier server that had this port
+  const { waitFor } = sim;
+  sim.waitFor = (event, match, limits) => waitFor(event, match, { timeout: patience(10000), ...limits });
   return sim;
 }
 
@@ -119,8 +121,8 @@ function collectInstances() {
 
 /** To be run after the last test of a file with alarm subscriptions, which keep a process alive. */
 async function endSubscriptions() {
-  setTimeout(() => process.exit(1), 10000).unref(); // fires only if something is left that does
   await collectInstances();
+  setTimeout(() => process.exit(1), patience(10000)).unref(); // fires only if something is left that does
 }
 
 /** Waits until the library has noticed that its server is gone. */

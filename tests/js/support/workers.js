@@ -5,6 +5,7 @@ const path = require('node:path');
 const { setTimeout: pause } = require('node:timers/promises');
 const { Worker } = require('node:worker_threads');
 const { within } = require('./events.js');
+const { patience } = require('./patience.js');
 
 const LONGEST = 250; // ms from the start of a worker to its termination: its start, its Connect and a while of its session
 
@@ -27,7 +28,7 @@ function startWorker(sim, options = {}) {
     messages.push(message);
     look();
   });
-  worker.ended = within(new Promise((resolve) => worker.once('exit', resolve)), 'the worker ends', 30000);
+  worker.ended = within(new Promise((resolve) => worker.once('exit', resolve)), 'the worker ends', patience(30000));
   worker.ended.catch(() => {});
   worker.message = (name, count = 1) =>
     within(
@@ -39,7 +40,7 @@ function startWorker(sim, options = {}) {
         look();
       }),
       `message ${name}`,
-      20000,
+      patience(20000),
     );
   Object.defineProperty(worker, 'ready', { get: () => worker.message('result').then(() => messages[0]) });
   return worker;
