@@ -2,8 +2,8 @@
 // The two test runners. Both show their progress here, leave their report in the build folder and give
 // { passed, failed, skipped, failures, ok }; `failures` is a text for each failed test, its name first; `ok` is false
 // also when the runner itself failed.
-const { spawnSync } = require('node:child_process');
-const { mkdirSync, readdirSync, readFileSync, rmSync } = require('node:fs');
+const { spawn, spawnSync } = require('node:child_process');
+const { existsSync, mkdirSync, readdirSync, readFileSync, rmSync } = require('node:fs');
 const { availableParallelism } = require('node:os');
 const path = require('node:path');
 
@@ -65,6 +65,74 @@ function runCpp(buildDir, { env = process.env, filter } = {}) {
   return { ...readReport(report, countJunit), ok: status === 0 };
 }
 
+// What the report of one run of a GoogleTest program says; `output` is what the program printed.
+function countGoogleTest(xml, output) {
+  const [head] = xml.match(/<testsuites[^>]*>/);
+  const [tests, failed, disabled] = ['tests', 'failures', 'disabled'].map((name) =>
+    Number(head.match(new RegExp(`\\b${name}="(\\d+)"`))[1]),
+  );
+  const skipped = disabled + xml.split('result="skipped"').length - 1;
+  const failures = [...output.matchAll(/^\[ RUN {6}\] (\S+)\n([^]*?)^\[ {2}FAILED {2}\] \1/gm)];
+  return {
+    passed: tests - failed - skipped,
+    failed,
+    skipped,
+    failures: failures.map(([, name, printed]) => `${name}\n${lastLines(printed, 40)}`),
+  };
+}
+
+// Runs a program and resolves to its exit code (undefined: ended by a signal) and what it printed.
+function collect(command, env) {
+  return new Promise((resolve) => {
+    const child = spawn(command[0], command.slice(1), { env, stdio: ['ignore', 'pipe', 'pipe'], timeout: fileLimit });
+    const parts = [];
+    for (const stream of [child.stdout, child.stderr]) stream.on('data', (part) => parts.push(part));
+    child.on('error', (error) => resolve({ output: error.message }));
+    child.on('close', (code) => resolve({ code, output: Buffer.concat(parts).toString() }));
+  });
+}
+
+const shards = 2;
+
+// One of the two halves of a C++ test program.
+async function runShard({ program, shard, emulator, env }) {
+  const report = `${program}.${shard}.xml`;
+  rmSync(report, { force: true });
+  const sharding = { GTEST_TOTAL_SHARDS: String(shards), GTEST_SHARD_INDEX: String(shard) };
+  const command = [...emulator, program, `--gtest_output=xml:${report}`];
+  const { code, output } = await collect(command, { ...env, ...sharding });
+  const result = { ...readReport(report, (xml) => countGoogleTest(xml, output)), ok: code === 0 };
+  if (!result.ok && result.failed === 0) result.failures.push(`${program} ended early\n${lastLines(output, 40)}`);
+  console.log(`${path.basename(program)}, half ${shard + 1}: ${result.passed} passed, ${result.failed} failed`);
+  return result;
+}
+
+// All C++ tests of a build folder without a process for each, which takes an emulator longer than most tests do.
+async function runCppWhole(buildDir, { emulator = [], env = process.env } = {}) {
+  const folder = path.join(buildDir, 'tests');
+  const programs = readdirSync(folder)
+    .map((name) => path.join(folder, name, `vqdb_${name}_tests`))
+    .filter((program) => existsSync(program));
+  // Both halves of one program at a time.
+  const left = programs.flatMap((program) =>
+    Array.from({ length: shards }, (_, shard) => ({ program, shard, emulator, env })),
+  );
+  const results = [];
+  const work = async () => {
+    while (left.length > 0) results.push(await runShard(left.shift()));
+  };
+  await Promise.all(Array.from({ length: shards }, work));
+  const broken = results.find((result) => !result.ok && result.failed === 0);
+  const sum = (name) => results.reduce((total, result) => total + result[name], 0);
+  return {
+    passed: sum('passed'),
+    failed: sum('failed') + (broken ? 1 : 0),
+    skipped: sum('skipped'),
+    failures: results.flatMap((result) => result.failures),
+    ok: results.every((result) => result.ok),
+  };
+}
+
 // Files of JavaScript tests that run at a time: they wait more than they compute.
 const concurrency = `--test-concurrency=${2 * availableParallelism()}`;
 
@@ -116,4 +184,4 @@ function conclude(results) {
   return failed === 0 ? 0 : 1;
 }
 
-module.exports = { concurrency, failureMark, limitOption, runCpp, jsTests, runJs, conclude };
+module.exports = { concurrency, failureMark, limitOption, runCpp, runCppWhole, jsTests, runJs, conclude };

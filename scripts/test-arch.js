@@ -5,7 +5,8 @@
 // Options: --cache DIR   where private tools are kept (else below the user's cache)
 //          --only cpp|js --filter TEXT   some of the tests
 //          --quick       without the tests of the simulator and of the documents, whose JavaScript is the same anywhere,
-//                        and without those of sessions that end in great numbers
+//                        and without those of sessions that end in great numbers; the C++ tests of a program in two
+//                        processes instead of one each
 // The JavaScript tests load the library of prebuilds/linux-NAME, built anew: the very file that the package ships.
 const path = require('node:path');
 const { parseArgs } = require('node:util');
@@ -16,13 +17,13 @@ const { runnerOf, writeNodeProgram } = require('./cross/node');
 const { installNpmPackages } = require('./npm-packages');
 const { ensurePackages } = require('./packages');
 const { fail, step, timed } = require('./run');
-const { conclude, runCpp, runJs } = require('./runners');
+const { conclude, runCpp, runCppWhole, runJs } = require('./runners');
 
 const root = path.join(__dirname, '..');
 const kSlow = /^(simulator\.|docs\.|loader\.|ten-thousand\.)|lifetime/;
 const kUsage = 'usage: node scripts/test-arch.js arm|arm64|x64 [--cache DIR] [--only cpp|js] [--filter TEXT] [--quick]';
 
-function cppTests(name, cache, filter) {
+async function cppTests(name, cache, filter, quick) {
   const folder = path.join(root, 'build', 'cmake', `${name}-tests`);
   const { runner } = runnerOf(name, cache);
   const { settings, env } = toolsFor(name, cache, runner);
@@ -31,7 +32,8 @@ function cppTests(name, cache, filter) {
     cmakeBuild({ folder, target: 'all', env, settings: [...settings, '-DVQDB_TESTS=ON', '-DVQDB_ADDON=OFF'] }),
   );
   step(`C++ tests, linux-${name}`);
-  return timed(() => runCpp(folder, { filter }));
+  if (!quick) return [timed(() => runCpp(folder, { filter }))];
+  return [await timed(() => runCppWhole(folder, { emulator: runner })), runCpp(folder, { filter: '^fuzz' })];
 }
 
 function jsTests(name, cache, filter, quick) {
@@ -47,7 +49,7 @@ function jsTests(name, cache, filter, quick) {
   return timed(() => runJs(folder, { node, env, filter, without: quick ? kSlow : undefined }));
 }
 
-function main() {
+async function main() {
   const options = { cache: { type: 'string' }, only: { type: 'string' }, filter: { type: 'string' } };
   options.quick = { type: 'boolean', default: false };
   const { values, positionals } = parseArgs({ options, allowPositionals: true });
@@ -57,7 +59,9 @@ function main() {
   ensurePackages('build', 'tests');
   installNpmPackages();
   const results = [];
-  if (values.only !== 'js' && name !== process.arch) results.push(cppTests(name, cache, values.filter));
+  if (values.only !== 'js' && name !== process.arch) {
+    results.push(...(await cppTests(name, cache, values.filter, values.quick)));
+  }
   if (values.only !== 'cpp') results.push(jsTests(name, cache, values.filter, values.quick));
   process.exit(conclude(results));
 }
