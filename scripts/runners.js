@@ -1,5 +1,5 @@
 'use strict';
-// The two test runners. Both show their progress here, leave their report in the build folder and give
+// The test runners. They show their progress here, leave their reports in the build folder and give
 // { passed, failed, skipped, failures, ok }; `failures` is a text for each failed test, its name first; `ok` is false
 // also when the runner itself failed.
 const { spawn, spawnSync } = require('node:child_process');

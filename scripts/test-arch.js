@@ -32,7 +32,7 @@ async function cppTests(name, cache, filter, quick) {
     cmakeBuild({ folder, target: 'all', env, settings: [...settings, '-DVQDB_TESTS=ON', '-DVQDB_ADDON=OFF'] }),
   );
   step(`C++ tests, linux-${name}`);
-  if (!quick) return [timed(() => runCpp(folder, { filter }))];
+  if (!quick || filter !== undefined) return [timed(() => runCpp(folder, { filter }))];
   return [await timed(() => runCppWhole(folder, { emulator: runner })), runCpp(folder, { filter: '^fuzz' })];
 }
 

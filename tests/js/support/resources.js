@@ -48,7 +48,8 @@ async function settled() {
 async function backTo(before, what) {
   for (const deadline = Date.now() + BOUND; ;) {
     const now = resources();
-    if (now.descriptors <= before.descriptors && now.threads <= before.threads) return; // one may still have been ending
+    // A thread may still have been ending when they were counted before; a descriptor was closed then or was not.
+    if (now.descriptors === before.descriptors && now.threads <= before.threads) return;
     if (Date.now() > deadline) assert.deepEqual(now, before, `${what}: not within ${BOUND} ms; open: ${openNow()}`);
     await turn(1);
   }
